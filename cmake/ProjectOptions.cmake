@@ -1,0 +1,25 @@
+# Compiler settings shared by every target of the project. Targets link these
+# INTERFACE libraries; nothing is set globally or copied per folder.
+
+add_library(project_warnings INTERFACE)
+target_compile_options(project_warnings INTERFACE -Wall -Wextra)
+
+add_library(project_options INTERFACE)
+target_include_directories(project_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(project_options INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
+# The line map is computed in single precision, one rounding per operation:
+# no fused multiply-add may merge two of them.
+target_compile_options(project_options INTERFACE -ffp-contract=off)
+
+if(PAL2NTSC_SANITIZE)
+  target_compile_options(project_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+# pal2ntsc_library(name SOURCES ... [DEPS ...])
+function(pal2ntsc_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC project_options ${ARG_DEPS} PRIVATE project_warnings)
+endfunction()
