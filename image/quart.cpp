@@ -1,5 +1,6 @@
 #include "image/quart.h"
 
+#include <cstddef>
 #include <new>
 
 // Image buffers come from the array allocator. A size the allocator cannot
@@ -9,7 +10,7 @@ void* newMem(int size)
 {
     if (size < 0)
         return nullptr;
-    return new (std::nothrow) char[static_cast<size_t>(size)];
+    return new (std::nothrow) char[static_cast<std::size_t>(size)];
 }
 
 void delMem(void* block)
