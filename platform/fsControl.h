@@ -1,0 +1,68 @@
+// File system controls the clip store relies on: switching a descriptor to
+// unbuffered (direct) I/O and learning its limits, a scratch file for probing
+// a directory's file system, space reservation, the block map and the file
+// system's type name. Results follow the system-call habit: 0 (or a
+// descriptor) on success, -1 with errno set on failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// Direct-I/O limits of a file system: buffer address alignment, minimum
+// transfer (and offset) granularity, largest transfer per call.
+struct dioattr {
+    uint32_t d_mem;
+    uint32_t d_miniosz;
+    uint32_t d_maxiosz;
+};
+
+// What a descriptor gets when nothing better is known.
+constexpr dioattr kDefaultDioattr{4096, 4096, 4194304};
+
+// One record of a block map. Offsets and lengths are in 512-byte units;
+// bmv_block is -1 for a hole. Record 0 of an array is the request (offset,
+// length, count of records including record 0) and gets bmv_entries, the
+// number of records filled from 1 onwards.
+struct getbmap {
+    int64_t bmv_offset;
+    int64_t bmv_block;
+    int64_t bmv_length;
+    int32_t bmv_count;
+    int32_t bmv_entries;
+};
+
+// Largest name fsTypeName writes, terminating NUL included.
+constexpr int kFsTypeNameSize = 16;
+
+// Adds O_DIRECT to the descriptor's status flags. Fails where the file
+// system refuses unbuffered I/O (tmpfs, for one).
+int fsSetDirect(int fd);
+
+// True when O_DIRECT is among the descriptor's status flags.
+bool fsIsDirect(int fd);
+
+// Direct-I/O limits of the file system that holds fd. Fails (errno EINVAL)
+// when the file system reports no direct-I/O alignment at all.
+int fsGetDioInfo(int fd, dioattr* info);
+
+// Creates a uniquely named empty file in the directory that holds `path`
+// (never in TMPDIR: the probe must see the clip's own file system) and
+// returns its descriptor, its name in probeName. The caller removes it.
+int fsMakeProbeFile(const char* path, std::string& probeName);
+
+// Reserves disk space for bytes [0, length) without changing the file size.
+int fsReserveSpace(int fd, int64_t length);
+
+// Fallback when reservation is not supported: makes the file at least
+// `length` bytes long. Existing bytes are never changed and a longer file is
+// never shortened.
+int fsExtendFile(int fd, int64_t length);
+
+// Fills map[1..] from the file's extents for the range in map[0]
+// (bmv_offset, bmv_length with -1 for "to the end", bmv_count), and sets
+// map[0].bmv_entries. Holes between extents get records of their own.
+int fsGetBmap(int fd, getbmap* map);
+
+// Type name of the mounted file system that holds fd ("ext4", "xfs", ...),
+// at most kFsTypeNameSize - 1 characters and a NUL.
+int fsTypeName(int fd, char* name);
