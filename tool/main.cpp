@@ -1,1 +1,3 @@
-int main() { return 0; }
+#include "tool/commandLine.h"
+
+int main(int argc, char** argv) { return pal2ntscMain(argc, argv); }
