@@ -145,11 +145,13 @@ protected:
     int32_t blockSize = 4096;
     int32_t dataOffset = 4096;
     int64_t lastTransferBytes = 0;
+    bool directIO = false;  // descriptor switched to unbuffered transfers
 
 private:
     int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
                         const char* failure);
     int VectorTransfer(bool writing, int first, int last, void** data);
     int ChangeHeaderField(int order, int32_t value);
+    int CheckLayout(const char* operation);
     void CloseDescriptor();
 };
