@@ -1,1 +1,119 @@
-// placeholder: replaced by the subsystem's implementation
+#include "convert/Convert.h"
+
+#include <cmath>
+#include <cstddef>
+
+#include "convert/MixLine.h"
+
+Convert::Convert(int width_, int outputLines_, int unused_, float* fieldFlag_)
+    : width(width_),
+      outputLines(outputLines_),
+      inputLines(0),
+      fieldFlag(fieldFlag_),
+      unused(unused_),
+      source(nullptr),
+      destination(nullptr)
+{
+}
+
+void Convert::DoConvert(uint32_t* source_, int inputLines_, uint32_t* destination_)
+{
+    source = source_;
+    inputLines = inputLines_;
+    destination = destination_;
+    DoConversion();
+}
+
+void Convert::DoConversion()
+{
+    DoConversion(this, 0, 1);
+}
+
+void Convert::DoConversion(void* object, int partIndex, int partCount)
+{
+    static_cast<Convert*>(object)->DoConversion(partIndex, partCount);
+}
+
+// The whole frame, whatever the part: the job is never split.
+void Convert::DoConversion(int, int)
+{
+    const int L = width >> 1;
+    const int hin = inputLines;
+    const int hout = outputLines;
+    if (hout <= 0)
+        return;
+
+    // Truncating the flag towards zero gives nonzero exactly when its
+    // magnitude is at least one. Comparing instead of converting keeps huge
+    // values defined; a NaN counts as zero (frame mode).
+    const bool fieldMode = std::fabs(*fieldFlag) >= 1.0f;
+
+    // Last line of a field (or of the frame), counted within it. A frame too
+    // short to hold one line per field (one line in frame mode) would make it
+    // negative and send the map before the frame: such a frame is left
+    // unconverted and nothing of the input is read.
+    const int last = fieldMode ? (hin >> 1) - 1 : hin - 1;
+    if (last < 0)
+        return;
+
+    const float r = static_cast<float>(hin) / static_cast<float>(hout);
+    const int step = fieldMode ? 2 : 1;
+    const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
+
+    for (int y = 0; y < hout; ++y) {
+        int m = y;
+        float offset = 0.0f;
+        int parity = 0;
+        if (fieldMode) {
+            m = y >> 1;
+            // Even output lines come from the odd input field, odd ones from
+            // the even field.
+            offset = (y & 1) ? 0.5f : -0.5f;
+            parity = (y & 1) ? 0 : 1;
+        }
+
+        // Each operation rounded to single precision on its own.
+        const float scaled = static_cast<float>(m) * r;
+        const float pos = scaled + offset;
+
+        int j;
+        int w;
+        if (pos >= 2147483648.0f) {
+            // Past any line index: the last-line rule below applies.
+            j = last;
+            w = 0;
+        } else {
+            j = static_cast<int>(pos);
+            const float fraction = pos - static_cast<float>(j);
+            const float weight = fraction * 256.0f;
+            w = static_cast<int>(weight);
+        }
+        if (j < 0) {
+            j = 0;
+            w = 0;
+        }
+        if (j >= last) {
+            j = last;
+            w = 0;
+        }
+        if (w < 0)
+            w = 0;
+        if (w > 256)
+            w = 256;
+
+        const int a = step * j + parity;
+        uint32_t* lineA = source + static_cast<std::size_t>(a) * stride;
+        uint32_t* out = destination + static_cast<std::size_t>(y) * stride;
+        if (w == 0) {
+            // The copy kernel does not read its first line; line B may lie
+            // past the frame here, so its address is not even formed.
+            getMixLine(0)(lineA, lineA, out, L);
+            continue;
+        }
+        uint32_t* lineB = lineA + static_cast<std::size_t>(step) * stride;
+        if (w <= 128)
+            getMixLine(w)(lineB, lineA, out, L);
+        else
+            getMixLine(256 - w)(lineA, lineB, out, L);
+    }
+}
