@@ -25,4 +25,42 @@ struct quart {
 
     // --- Further reductions and enlargements ---
     // (declared below this line)
+    // Every operation returns a new image from newMem (the caller gives it back
+    // with delMem), or null when the image cannot be allocated or the source is
+    // null. Pictures keep their orientation: output line k is stored k-th.
+    // 24-bit images are three bytes per pixel (blue, green, red) and may start
+    // at any byte address.
+    uint32_t* zoomtoquart(uint32_t* source, int width, int height);
+    uint32_t* zoomtohalf(uint32_t* source, int width, int height);
+    uint32_t* zoomtohalfX(uint32_t* source, int width, int height);
+    uint32_t* zoomtohalfY(uint32_t* source, int width, int height);
+    uint32_t* zoomtohalf24(uint32_t* source, int width, int height);
+    uint32_t* zoomtoquart24(uint32_t* source, int width, int height);
+    uint32_t* zoomtothird(uint32_t* source, int width, int height);
+    uint32_t* zoomtoquartNTSC(uint32_t* source, int width, int height);
+    uint32_t* correctNtscRatio(uint32_t* source, int width, int height);
+    uint32_t* scaleXFourThirds(uint32_t* source, int width, int height);
+    uint32_t* zoomUp(uint32_t* source, int width, int height, int ratio);
+    uint32_t* pass24to32(unsigned char* source, int width, int height);
+    unsigned char* pass32to24(uint32_t* source, int width, int height);
+    void linkImgWithAlpha(uint32_t* image, unsigned char* matte, int width, int height);
+
+    static void zoomtoquartPart(void* object, int partIndex, int partCount);
+    static void zoomtohalfPart(void* object, int partIndex, int partCount);
+    static void zoomtohalfXPart(void* object, int partIndex, int partCount);
+    static void zoomtohalfYPart(void* object, int partIndex, int partCount);
+    static void zoomtohalf24Part(void* object, int partIndex, int partCount);
+    static void zoomtohalf24N4Part(void* object, int partIndex, int partCount);
+    static void correctNtscRatioPart(void* object, int partIndex, int partCount);
+    static void scaleXFourThirds(void* object, int partIndex, int partCount);
+    static void zoomUpPart(void* object, int partIndex, int partCount);
+    void zoomtoquartPart(int partIndex, int partCount);
+    void zoomtohalfPart(int partIndex, int partCount);
+    void zoomtohalfXPart(int partIndex, int partCount);
+    void zoomtohalfYPart(int partIndex, int partCount);
+    void zoomtohalf24Part(int partIndex, int partCount);
+    void zoomtohalf24N4Part(int partIndex, int partCount);
+    void correctNtscRatioPart(int partIndex, int partCount);
+    void scaleXFourThirds(int partIndex, int partCount);
+    void zoomUpPart(int partIndex, int partCount);
 };
