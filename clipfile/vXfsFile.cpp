@@ -640,6 +640,18 @@ int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t p
     if (buffered)
         fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_DIRECT);
 
+    // A direct read that runs past the end of the file may zero the caller's
+    // buffer beyond the data; reading no further than the last block that
+    // holds data leaves the rest of the buffer as it was.
+    if (!writing && directIO && !buffered) {
+        const int64_t size = FileSizeBytes();
+        if (size >= 0 && pos + bytes > size) {
+            const int64_t unit = dio.d_miniosz;
+            const int64_t end = size > pos ? (size + unit - 1) / unit * unit : pos;
+            bytes = end - pos;
+        }
+    }
+
     auto* bytesAt = static_cast<unsigned char*>(data);
     int64_t done = 0;
     int result = 1;
@@ -784,6 +796,8 @@ int vXfsFile::VectorTransfer(bool writing, int first, int last, void** data)
         const ssize_t moved = writing ? writev(descriptor, table, static_cast<int>(n))
                                       : readv(descriptor, table, static_cast<int>(n));
         lastTransferBytes = moved > 0 ? moved : 0;
+        if (moved >= 0 && moved != n * slot)
+            errno = writing ? EIO : ENODATA;  // fell short without an error of its own
         if (moved != n * slot) {
             std::perror(writing ? "Xfs write error\n" : "Xfs read error\n");
             return 0;
