@@ -1,5 +1,347 @@
 #include "tool/conversionRun.h"
 
-// Placeholder until the conversion run is written: does nothing.
-void runConversion(const vString& /*palName*/, const vString& /*ntscName*/,
-                   const vString& /*reducedName*/, int /*scale*/, int /*alignment*/) {}
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "clipfile/vXfsFile.h"
+#include "tool/blockConvert.h"
+#include "tool/progress.h"
+
+// What the run refuses, beyond the failures of opening and of the block
+// transfers. Every refusal is one line on standard output and ends the
+// program with status 0, like the other failures of the tool; each one comes
+// before the first output file is opened, unless it is about what opening an
+// output revealed (then nothing has been written to it yet):
+//
+//   "Alignment %d is not supported for the block buffers (use a power of two)\n"
+//       -a that is zero, negative or not a power of two.
+//   "PAL file has a negative frame count (%ld)\n"
+//   "PAL file has %d lines: at least 2 are needed\n"
+//       each field needs at least one line to blend from.
+//   "PAL file has no valid frame size\n"
+//       its header describes no frame (frame slot 0): nothing to divide by.
+//   "PAL file frames of %d bytes cannot hold %dx%d 4:2:2 pictures\n"
+//       the input's packing is not read, but a slot smaller than what the
+//       line converter reads would take it past the end of the block.
+//   "PAL frames of %d bytes do not fit in one transfer of %d bytes\n"
+//       a block frame count of 0.
+//   "PAL file is truncated: %d of %ld frames present\n"
+//       the file ends before the last frame its header counts; converting
+//       would make output frames out of whatever the buffer held before.
+//   "NTSC file %s is a broken symbolic link\n", "Scaled file %s is a broken symbolic link\n"
+//       writing through it would create a file wherever the link points.
+//   "NTSC file and scaled file are the same\n"
+//       two names of one file that does not exist yet ("x" and "./x").
+//   "NTSC file cannot hold %dx%d frames\n", "Scaled file cannot hold %dx%d frames\n"
+//       a picture size the clip store has no frame size for.
+//   "Unable to allocate block buffers (%lld bytes aligned to %d)\n"
+//       also a block too large for one 32-bit transfer count.
+//   "NTSC file is a preserved clip of another format\n",
+//   "Scaled file is a preserved clip of another format\n"
+//       an existing clip marked as preserved is opened in place with its own
+//       parameters; frames of our size would not fit its slots.
+
+namespace {
+
+constexpr int kNtscLines = 486;
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void fail(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::vprintf(format, args);
+    va_end(args);
+    std::fflush(stdout);
+    std::exit(0);
+}
+
+bool isPowerOfTwo(int value) { return value > 0 && (value & (value - 1)) == 0; }
+
+// A symbolic link whose target does not exist (or cannot be reached).
+bool isBrokenLink(const char* path)
+{
+    struct stat st;
+    return lstat(path, &st) == 0 && S_ISLNK(st.st_mode) && stat(path, &st) != 0;
+}
+
+// Where a file that does not exist yet would be created: the real path of
+// its directory and its own name.
+std::string placeOfNewFile(const char* path)
+{
+    const std::string text(path);
+    const size_t slash = text.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : text.substr(0, slash);
+    const std::string base = slash == std::string::npos ? text : text.substr(slash + 1);
+    char* real = realpath(dir.c_str(), nullptr);
+    if (!real)
+        return text;
+    std::string place = std::string(real) + "/" + base;
+    std::free(real);
+    return place;
+}
+
+// Whether two output names lead to one file: the same file when both exist,
+// the same place when neither does.
+bool sameOutput(const char* a, const char* b)
+{
+    struct stat sa, sb;
+    const bool aExists = stat(a, &sa) == 0;
+    const bool bExists = stat(b, &sb) == 0;
+    if (aExists && bExists)
+        return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+    if (aExists || bExists)
+        return false;
+    return placeOfNewFile(a) == placeOfNewFile(b);
+}
+
+int memAlignment(vXfsFile& clip)
+{
+    int alignment = 0;
+    clip.IOCtl(XFS_GET_MEM_ALIGNMENT, &alignment);
+    return alignment;
+}
+
+// One block buffer: aligned, cleared when it is allocated, so that the
+// padding after every picture in a frame slot goes to the files as zeros.
+struct BlockBuffer {
+    void* data = nullptr;
+    int64_t bytes = 0;
+    int alignment = 0;
+
+    BlockBuffer() = default;
+    BlockBuffer(const BlockBuffer&) = delete;
+    BlockBuffer& operator=(const BlockBuffer&) = delete;
+    ~BlockBuffer() { Release(); }
+
+    // Makes sure the buffer holds `size` bytes aligned to `align`. A buffer
+    // that already does is kept as it is; so the buffers are normally
+    // allocated once, and again only when opening an output clip changed
+    // its slot or its alignment. Fails with the allocation message.
+    void Provide(int64_t size, int align)
+    {
+        if (data && bytes >= size && alignment >= align)
+            return;
+        Release();
+        // One transfer's byte count is a 32-bit int.
+        void* memory = nullptr;
+        if (size <= 0 || size > INT32_MAX ||
+            posix_memalign(&memory, static_cast<size_t>(align), static_cast<size_t>(size)) != 0)
+            fail("Unable to allocate block buffers (%lld bytes aligned to %d)\n",
+                 static_cast<long long>(size), align);
+        std::memset(memory, 0, static_cast<size_t>(size));
+        data = memory;
+        bytes = size;
+        alignment = align;
+    }
+
+    void Release()
+    {
+        std::free(data);
+        data = nullptr;
+        bytes = 0;
+    }
+};
+
+// Frames whose whole picture lies inside the file, counted from frame 0.
+int64_t framesPresent(vXfsFile& clip, int slot, int64_t pictureBytes)
+{
+    const int64_t fileSize = clip.FileSizeBytes();
+    const int64_t firstEnd = int64_t{clip.DataOffset()} + pictureBytes;
+    if (fileSize < firstEnd)
+        return 0;
+    return (fileSize - firstEnd) / slot + 1;
+}
+
+void setUpOutput(vXfsFile& clip, const char* name, int width, int height, DMimagepacking packing,
+                 int32_t frames)
+{
+    clip.SetName(name);
+    clip.SetSize(width, height);
+    clip.SetImageFormat(packing);
+    clip.SetImageLenght(frames);
+}
+
+// A preserved clip keeps its own parameters when opened for writing; ours
+// must be the same for the frames to fit.
+bool describedAsAsked(const vXfsFile& clip, int width, int height, DMimagepacking packing)
+{
+    return clip.GetWidth() == width && clip.GetHeight() == height && clip.GetImageFormat() == packing;
+}
+
+void allocateImages(vXfsFile& clip, int32_t frames)
+{
+    clip.IOCtl(XFS_ALLOCATE_IMAGES, reinterpret_cast<void*>(static_cast<uintptr_t>(frames)));
+}
+
+// Reads a block and says whether every picture of it came from the file: a
+// read that meets the end of the file succeeds with fewer bytes.
+bool loadBlock(vXfsFile& clip, int first, int last, int slot, void* block, int64_t pictureBytes)
+{
+    if (!clip.GetImagesBlock(first, last, slot, block))
+        return false;
+    const int64_t needed = int64_t{last - first} * slot + pictureBytes;
+    return clip.LastTransferBytes() >= needed;
+}
+
+}  // namespace
+
+void runConversion(const vString& palName, const vString& ntscName, const vString& reducedName,
+                   int scale, int alignment)
+{
+    vXfsFile palClip;
+    vXfsFile ntscClip;
+    vXfsFile reducedClip;
+    const bool reducing = reducedName.c_str()[0] != '\0';
+
+    if (!isPowerOfTwo(alignment))
+        fail("Alignment %d is not supported for the block buffers (use a power of two)\n", alignment);
+
+    palClip.SetName(palName);
+    if (!palClip.Open("r"))
+        fail("Unable to open PAL file\n");
+    const int width = palClip.GetWidth();
+    const int height = palClip.GetHeight();
+    const int32_t frames = palClip.GetNumFrames();
+    std::printf("PAL file: %ld frames [%dx%d]\n", static_cast<long>(frames), width, height);
+
+    // Everything the input's header decides is checked before an output
+    // file is opened, and so before anything is written.
+    if (frames < 0)
+        fail("PAL file has a negative frame count (%ld)\n", static_cast<long>(frames));
+    if (height < 2)
+        fail("PAL file has %d lines: at least 2 are needed\n", height);
+    int palSlot = 0;
+    palClip.GetImageSize(0, palSlot);
+    if (palSlot <= 0)
+        fail("PAL file has no valid frame size\n");
+    const int64_t palPicture = int64_t{width >> 1} * 4 * height;
+    if (palSlot < palPicture)
+        fail("PAL file frames of %d bytes cannot hold %dx%d 4:2:2 pictures\n", palSlot, width, height);
+    int maxTransfer = 0;
+    palClip.IOCtl(XFS_GET_MAX_IO_SIZE, &maxTransfer);
+    const int blockFrames = maxTransfer / palSlot;
+    if (blockFrames <= 0)
+        fail("PAL frames of %d bytes do not fit in one transfer of %d bytes\n", palSlot, maxTransfer);
+    const int64_t present = framesPresent(palClip, palSlot, palPicture);
+    if (present < frames)
+        fail("PAL file is truncated: %d of %ld frames present\n", static_cast<int>(present),
+             static_cast<long>(frames));
+
+    // The outputs, described but not yet opened.
+    const int reducedWidth = reducing ? width / scale : 0;
+    const int reducedHeight = reducing ? kNtscLines / scale : 0;
+    if (isBrokenLink(ntscName))
+        fail("NTSC file %s is a broken symbolic link\n", ntscName.c_str());
+    setUpOutput(ntscClip, ntscName, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY, frames);
+    if (ntscClip.ImageSize() <= 0)
+        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
+    if (reducing) {
+        if (isBrokenLink(reducedName))
+            fail("Scaled file %s is a broken symbolic link\n", reducedName.c_str());
+        if (sameOutput(ntscName, reducedName))
+            fail("NTSC file and scaled file are the same\n");
+        setUpOutput(reducedClip, reducedName, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR, frames);
+        if (reducedClip.ImageSize() <= 0)
+            fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+    }
+
+    // Direct transfers need buffers aligned to what the clips' file systems
+    // ask for, which may be more than -a; the larger of the two is used.
+    // The buffers are allocated here, before any output is opened, so that
+    // a refusal leaves the outputs untouched.
+    int bufferAlignment = std::max(alignment, memAlignment(palClip));
+    BlockBuffer palBlock, ntscBlock, reducedBlock;
+    palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
+    ntscBlock.Provide(int64_t{blockFrames} * ntscClip.ImageSize(), bufferAlignment);
+    if (reducing)
+        reducedBlock.Provide(int64_t{blockFrames} * reducedClip.ImageSize(), bufferAlignment);
+
+    if (!ntscClip.Open("w"))
+        fail("Unable to open NTSC file\n");
+    if (!describedAsAsked(ntscClip, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY))
+        fail("NTSC file is a preserved clip of another format\n");
+    allocateImages(ntscClip, frames);
+    if (reducing) {
+        if (!reducedClip.Open("w"))
+            fail("Unable to open scaled file\n");
+        if (!describedAsAsked(reducedClip, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR))
+            fail("Scaled file is a preserved clip of another format\n");
+        allocateImages(reducedClip, frames);
+    }
+
+    // The slots of the open clips: an existing clip that was replaced keeps
+    // its block size, which changes the slot.
+    int ntscSlot = 0, reducedSlot = 0;
+    ntscClip.GetImageSize(0, ntscSlot);
+    if (ntscSlot <= 0)
+        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
+    bufferAlignment = std::max(bufferAlignment, memAlignment(ntscClip));
+    if (reducing) {
+        reducedClip.GetImageSize(0, reducedSlot);
+        if (reducedSlot <= 0)
+            fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+        bufferAlignment = std::max(bufferAlignment, memAlignment(reducedClip));
+    }
+    palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
+    ntscBlock.Provide(int64_t{blockFrames} * ntscSlot, bufferAlignment);
+    if (reducing)
+        reducedBlock.Provide(int64_t{blockFrames} * reducedSlot, bufferAlignment);
+    void* const reducedData = reducing ? reducedBlock.data : nullptr;
+
+    Progress progress(frames);
+    auto stopWith = [&progress](const char* message) {
+        progress.Clear();
+        fail("%s", message);
+    };
+    // Writes one converted block; both outputs or the run stops.
+    auto saveBlock = [&](int first, int last) {
+        if (!ntscClip.PutImagesBlock(first, last, ntscSlot, ntscBlock.data))
+            stopWith("Unable to save NTSC images\n");
+        if (reducing && !reducedClip.PutImagesBlock(first, last, reducedSlot, reducedData))
+            stopWith("Unable to scaled images\n");
+    };
+
+    const int32_t fullBlocks = frames / blockFrames;
+    for (int32_t b = 0; b < fullBlocks; ++b) {
+        const int first = b * blockFrames;
+        const int last = first + blockFrames - 1;
+        if (!loadBlock(palClip, first, last, palSlot, palBlock.data, palPicture))
+            stopWith("Unable to load PAL images\n");
+        convert(palBlock.data, ntscBlock.data, reducedData, blockFrames, width, height, kNtscLines,
+                scale, palSlot, ntscSlot, reducedSlot);
+        saveBlock(first, last);
+        progress.Update(last + 1);
+    }
+
+    // The short block. A failed read drops it without a message of the
+    // run's own, and the run closes normally: the outputs then end after
+    // the last full block.
+    const int32_t done = fullBlocks * blockFrames;
+    if (done < frames) {
+        const int first = done;
+        const int last = frames - 1;
+        if (loadBlock(palClip, first, last, palSlot, palBlock.data, palPicture)) {
+            convert(palBlock.data, ntscBlock.data, reducedData, last - first + 1, width, height,
+                    kNtscLines, scale, palSlot, ntscSlot, reducedSlot);
+            saveBlock(first, last);
+            progress.Update(frames);
+        }
+    }
+    progress.Clear();
+
+    palClip.Close();
+    ntscClip.Close();
+    if (reducing)
+        reducedClip.Close();
+
+    palBlock.Release();
+    ntscBlock.Release();
+    reducedBlock.Release();
+}

@@ -1,0 +1,167 @@
+#include "tool/vclip/imageFiles.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+void putBig32(std::vector<uint8_t>& out, uint32_t v)
+{
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out.push_back(static_cast<uint8_t>(v >> shift));
+}
+
+void putLittle(std::vector<uint8_t>& out, uint32_t v, int bytes)
+{
+    for (int i = 0; i < bytes; ++i)
+        out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+void appendChunk(std::vector<uint8_t>& png, const char type[4], const std::vector<uint8_t>& body)
+{
+    putBig32(png, static_cast<uint32_t>(body.size()));
+    const size_t typeAt = png.size();
+    png.insert(png.end(), type, type + 4);
+    png.insert(png.end(), body.begin(), body.end());
+    putBig32(png, crc32(png.data() + typeAt, png.size() - typeAt));
+}
+
+bool writeAll(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f)
+        return false;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    const int saved = errno;
+    if (std::fclose(f) != 0 || !written) {
+        if (!written)
+            errno = saved;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+uint32_t crc32(const uint8_t* data, size_t size, uint32_t crc)
+{
+    static const auto table = [] {
+        std::vector<uint32_t> t(256);
+        for (uint32_t n = 0; n < 256; ++n) {
+            uint32_t c = n;
+            for (int k = 0; k < 8; ++k)
+                c = c & 1 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+            t[n] = c;
+        }
+        return t;
+    }();
+    crc = ~crc;
+    for (size_t i = 0; i < size; ++i)
+        crc = table[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
+    return ~crc;
+}
+
+uint32_t adler32(const uint8_t* data, size_t size, uint32_t adler)
+{
+    uint32_t a = adler & 0xFFFF, b = adler >> 16;
+    for (size_t i = 0; i < size; ++i) {
+        a = (a + data[i]) % 65521;
+        b = (b + a) % 65521;
+    }
+    return (b << 16) | a;
+}
+
+bool writePng(const std::string& path, const RgbImage& image)
+{
+    // Scanlines, each after its filter byte (0: none).
+    const size_t row = static_cast<size_t>(image.width) * 3;
+    std::vector<uint8_t> raw;
+    raw.reserve((row + 1) * image.height);
+    for (int y = 0; y < image.height; ++y) {
+        raw.push_back(0);
+        raw.insert(raw.end(), image.rgb.begin() + y * row, image.rgb.begin() + (y + 1) * row);
+    }
+
+    // zlib stream of stored (uncompressed) deflate blocks.
+    std::vector<uint8_t> z{0x78, 0x01};
+    size_t at = 0;
+    do {
+        const size_t len = std::min<size_t>(65535, raw.size() - at);
+        const bool last = at + len == raw.size();
+        z.push_back(last ? 1 : 0);
+        putLittle(z, static_cast<uint32_t>(len), 2);
+        putLittle(z, static_cast<uint32_t>(~len & 0xFFFF), 2);
+        z.insert(z.end(), raw.begin() + at, raw.begin() + at + len);
+        at += len;
+    } while (at < raw.size());
+    putBig32(z, adler32(raw.data(), raw.size()));
+
+    std::vector<uint8_t> png{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    std::vector<uint8_t> ihdr;
+    putBig32(ihdr, static_cast<uint32_t>(image.width));
+    putBig32(ihdr, static_cast<uint32_t>(image.height));
+    ihdr.insert(ihdr.end(), {8, 2, 0, 0, 0});  // 8 bits, RGB, deflate, no filter set, no interlace
+    appendChunk(png, "IHDR", ihdr);
+    appendChunk(png, "IDAT", z);
+    appendChunk(png, "IEND", {});
+    return writeAll(path, png);
+}
+
+bool writePpm(const std::string& path, const RgbImage& image)
+{
+    const std::string head =
+        "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
+    std::vector<uint8_t> ppm(head.begin(), head.end());
+    ppm.insert(ppm.end(), image.rgb.begin(), image.rgb.end());
+    return writeAll(path, ppm);
+}
+
+bool writeBmp(const std::string& path, const RgbImage& image)
+{
+    const uint32_t row = static_cast<uint32_t>(image.width) * 3;
+    const uint32_t stride = (row + 3) & ~3u;
+    const uint32_t pixels = stride * static_cast<uint32_t>(image.height);
+    std::vector<uint8_t> bmp{'B', 'M'};
+    putLittle(bmp, 54 + pixels, 4);
+    putLittle(bmp, 0, 4);
+    putLittle(bmp, 54, 4);
+    putLittle(bmp, 40, 4);  // BITMAPINFOHEADER
+    putLittle(bmp, static_cast<uint32_t>(image.width), 4);
+    putLittle(bmp, static_cast<uint32_t>(image.height), 4);  // positive: bottom line first
+    putLittle(bmp, 1, 2);
+    putLittle(bmp, 24, 2);
+    putLittle(bmp, 0, 4);  // no compression
+    putLittle(bmp, pixels, 4);
+    putLittle(bmp, 2835, 4);  // 72 dpi
+    putLittle(bmp, 2835, 4);
+    putLittle(bmp, 0, 4);
+    putLittle(bmp, 0, 4);
+    for (int y = image.height - 1; y >= 0; --y) {
+        const uint8_t* px = image.rgb.data() + static_cast<size_t>(y) * row;
+        for (int x = 0; x < image.width; ++x) {
+            bmp.push_back(px[3 * x + 2]);
+            bmp.push_back(px[3 * x + 1]);
+            bmp.push_back(px[3 * x + 0]);
+        }
+        bmp.insert(bmp.end(), stride - row, 0);
+    }
+    return writeAll(path, bmp);
+}
+
+bool writeImage(const std::string& path, const RgbImage& image)
+{
+    std::string ending = path.size() >= 4 ? path.substr(path.size() - 4) : "";
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (ending == ".png")
+        return writePng(path, image);
+    if (ending == ".ppm")
+        return writePpm(path, image);
+    if (ending == ".bmp")
+        return writeBmp(path, image);
+    errno = EINVAL;
+    return false;
+}

@@ -1,0 +1,30 @@
+// YUV4MPEG2 stream headers: "YUV4MPEG2" and blank-separated tags
+// (W width, H height, F rate as n:d, I interlacing, A pixel aspect, C colour
+// space, X extensions) on one line; each frame is "FRAME" (with optional
+// tags) and a line end, then the planes.
+#pragma once
+
+#include <string>
+
+struct Y4mHeader {
+    int width = 0;
+    int height = 0;
+    int rateNum = 25;
+    int rateDen = 1;
+    char interlacing = '?';      // p, t, b, m or ?
+    std::string colour = "420jpeg";  // the format's default when C is absent
+};
+
+// Parses the header line (without its line end). False with a reason.
+bool parseY4mHeader(const std::string& line, Y4mHeader& header, std::string& error);
+// The header line, line end included, for a 4:2:2 stream.
+std::string formatY4mHeader(const Y4mHeader& header);
+
+// Frame rate to n:d: whole rates as n:1, the 1000/1001 family exactly,
+// anything else to a thousandth; 25:1 when the rate is unknown (0 or less).
+void rateToFraction(double rate, int& num, int& den);
+
+// Clip interlacing value (0 none or unknown, 1 top field first, 2 bottom
+// field first) to and from the I tag.
+char interlacingTag(int interlacing);
+int interlacingFromTag(char tag);
