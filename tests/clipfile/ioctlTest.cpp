@@ -205,6 +205,10 @@ TEST(ClipControl, FiguresOfTheFileSystem)
     EXPECT_EQ(clip.IOCtl(XFS_GET_FILE_SIZE_KB, &value), 1);  // closed: untouched
     EXPECT_EQ(value, -5);
 
+    EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(clip.IOCtl(XFS_SET_BLOCK_SIZE, ByValue(0)), 0); }),
+              "Invalid block size 0 [vXfsFile::IOCtl]\n");
+    EXPECT_EQ(clip.BlockSize(), 4096);
+
     vXfsFile unnamed;
     EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(unnamed.IOCtl(XFS_GET_FREE_IMAGES, &value), 0); }),
               "No valid frame size for  [vXfsFile::IOCtl]\n");
@@ -212,20 +216,6 @@ TEST(ClipControl, FiguresOfTheFileSystem)
     EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(unnamed.IOCtl(XFS_GET_FREE_IMAGES, &value), 1); }),
               "No path defined [vXfsFile::GetFreeDiskSpace_Kb]\n");
     EXPECT_EQ(value, -1);
-}
-
-TEST(ClipControl, SettingsInMemory)
-{
-    TestClip clip;
-    EXPECT_EQ(clip.IOCtl(XFS_SET_REPLACEABLE, nullptr), 1);
-    EXPECT_EQ(clip.Replaceable(), 0);
-    EXPECT_EQ(clip.IOCtl(XFS_SET_REPLACEABLE, &clip), 1);
-    EXPECT_EQ(clip.Replaceable(), 1);
-    EXPECT_EQ(clip.IOCtl(XFS_SET_BLOCK_SIZE, ByValue(8192)), 1);
-    EXPECT_EQ(clip.BlockSize(), 8192);
-    EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(clip.IOCtl(XFS_SET_BLOCK_SIZE, ByValue(0)), 0); }),
-              "Invalid block size 0 [vXfsFile::IOCtl]\n");
-    EXPECT_EQ(clip.BlockSize(), 8192);
 }
 
 TEST(ClipControlDeath, UnknownOrdersStop)
