@@ -5,6 +5,13 @@
 
 #include "convert/MixLine.h"
 
+namespace {
+
+// How far ahead of the lines in use the input is requested from memory.
+constexpr int prefetchLines = 8;
+
+} // namespace
+
 Convert::Convert(int width_, int outputLines_, int unused_, float* fieldFlag_)
     : width(width_),
       outputLines(outputLines_),
@@ -60,6 +67,21 @@ void Convert::DoConversion(int, int)
     const int step = fieldMode ? 2 : 1;
     const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
 
+    // The input is read nearly in order, two fields interleaved; fetching a
+    // few lines ahead of the furthest line used keeps the loads from memory
+    // running ahead of the kernels. Every input line is requested once.
+    const std::size_t lineBytes = stride * sizeof(uint32_t);
+    int requested = 0;
+    auto requestUpTo = [&](int line) {
+        if (line > hin)
+            line = hin;
+        for (; requested < line; ++requested) {
+            const char* start = reinterpret_cast<const char*>(source + static_cast<std::size_t>(requested) * stride);
+            for (std::size_t offset = 0; offset < lineBytes; offset += 64)
+                __builtin_prefetch(start + offset);
+        }
+    };
+
     for (int y = 0; y < hout; ++y) {
         int m = y;
         float offset = 0.0f;
@@ -102,6 +124,7 @@ void Convert::DoConversion(int, int)
             w = 256;
 
         const int a = step * j + parity;
+        requestUpTo(a + step + prefetchLines);
         uint32_t* lineA = source + static_cast<std::size_t>(a) * stride;
         uint32_t* out = destination + static_cast<std::size_t>(y) * stride;
         if (w == 0) {

@@ -39,5 +39,15 @@ MixLineKernel* const* referenceMixLineKernels()
 
 MixLineKernel* const* activeMixLineKernels()
 {
+    switch (kernelPath()) {
+#if defined(__x86_64__) || defined(__i386__)
+    case KernelPath::avx2:
+        return avx2MixLineKernels();
+    case KernelPath::sse2:
+        return sse2MixLineKernels();
+#endif
+    default:
+        break;
+    }
     return referenceKernels.data();
 }

@@ -38,3 +38,7 @@ inline void mixLineWords(const uint32_t* first, const uint32_t* second, uint32_t
             out[i] = mixWord<K>(first[i], second[i]);
     }
 }
+
+// Vector versions, present on x86 builds only.
+MixLineKernel* const* sse2MixLineKernels();
+MixLineKernel* const* avx2MixLineKernels();

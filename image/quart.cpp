@@ -54,6 +54,16 @@ ReducerRows referenceReducerRows()
 
 ReducerRows activeReducerRows()
 {
+    switch (kernelPath()) {
+#if defined(__x86_64__) || defined(__i386__)
+    case KernelPath::avx2:
+        return avx2ReducerRows();
+    case KernelPath::sse2:
+        return sse2ReducerRows();
+#endif
+    default:
+        break;
+    }
     return referenceReducerRows();
 }
 

@@ -42,3 +42,7 @@ struct ReducerRows {
 // Row functions of the reference path and of the path selected now.
 ReducerRows referenceReducerRows();
 ReducerRows activeReducerRows();
+
+// Vector versions, present on x86 builds only.
+ReducerRows sse2ReducerRows();
+ReducerRows avx2ReducerRows();

@@ -4,7 +4,7 @@
 
 namespace {
 
-std::atomic<bool> referenceForced{false};
+std::atomic<int> highestAllowed{static_cast<int>(KernelPath::avx2)};
 
 KernelPath detect()
 {
@@ -30,7 +30,9 @@ KernelPath bestKernelPath()
 
 KernelPath kernelPath()
 {
-    return referenceForced.load(std::memory_order_relaxed) ? KernelPath::reference : bestKernelPath();
+    const int best = static_cast<int>(bestKernelPath());
+    const int allowed = highestAllowed.load(std::memory_order_relaxed);
+    return static_cast<KernelPath>(best < allowed ? best : allowed);
 }
 
 const char* kernelPathName(KernelPath path)
@@ -53,5 +55,10 @@ const char* activeKernelPath()
 
 void setReferenceKernels(bool forced)
 {
-    referenceForced.store(forced, std::memory_order_relaxed);
+    limitKernelPath(forced ? KernelPath::reference : KernelPath::avx2);
+}
+
+void limitKernelPath(KernelPath highest)
+{
+    highestAllowed.store(static_cast<int>(highest), std::memory_order_relaxed);
 }

@@ -4,12 +4,13 @@
 // setReferenceKernels() so that they can compare both paths in one process.
 #pragma once
 
+// In order of preference: a path also has everything of those before it.
 enum class KernelPath { reference, sse2, avx2 };
 
 // Best path this build and this CPU support (computed once).
 KernelPath bestKernelPath();
 
-// Path the kernels use now: the best one, or the reference when forced.
+// Path the kernels use now: the best one, unless limited below.
 KernelPath kernelPath();
 
 // "reference", "sse2" or "avx2".
@@ -18,3 +19,7 @@ const char* activeKernelPath();
 
 // true: every kernel runs its reference version; false: back to the best path.
 void setReferenceKernels(bool forced);
+
+// Uses no path above the given one (so that tests can run an older
+// instruction set on a newer CPU); setReferenceKernels(false) lifts it.
+void limitKernelPath(KernelPath highest);

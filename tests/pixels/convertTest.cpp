@@ -180,6 +180,6 @@ TEST_P(ConvertBoth, TooFewInputLinesAreRefused)
     EXPECT_EQ(out, std::vector<uint32_t>(32, 0x11111111u));
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, ConvertBoth, ::testing::Bool(), pathName);
+INSTANTIATE_TEST_SUITE_P(Paths, ConvertBoth, allPaths, pathName);
 
 } // namespace

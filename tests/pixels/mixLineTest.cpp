@@ -110,6 +110,6 @@ TEST_P(MixLineBoth, NoWordsWritesNothing)
     EXPECT_EQ(out, std::vector<uint32_t>(8, 0xDEADBEEFu));
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, MixLineBoth, ::testing::Bool(), pathName);
+INSTANTIATE_TEST_SUITE_P(Paths, MixLineBoth, allPaths, pathName);
 
 } // namespace

@@ -51,25 +51,23 @@ inline std::vector<uint32_t> randomWords(std::mt19937& rng, std::size_t n)
     return words;
 }
 
-// Runs a test once on the reference kernels and once on the best ones.
-class BothPaths : public ::testing::TestWithParam<bool> {
+// Runs a test on each kernel path this CPU has: the reference first, then
+// each vector path, after checking that it is really the one selected.
+class BothPaths : public ::testing::TestWithParam<KernelPath> {
 protected:
     void SetUp() override
     {
-        setReferenceKernels(GetParam());
-        if (!GetParam()) {
-            ASSERT_EQ(kernelPath(), bestKernelPath());
-#if defined(__x86_64__)
-            ASSERT_NE(kernelPath(), KernelPath::reference) << "x86-64 always has SSE2";
-#endif
-        } else {
-            ASSERT_EQ(kernelPath(), KernelPath::reference);
-        }
+        if (GetParam() > bestKernelPath())
+            GTEST_SKIP() << "this CPU has no " << kernelPathName(GetParam());
+        limitKernelPath(GetParam());
+        ASSERT_EQ(kernelPath(), GetParam());
     }
     void TearDown() override { setReferenceKernels(false); }
 };
 
-inline std::string pathName(const ::testing::TestParamInfo<bool>& info)
+inline const auto allPaths = ::testing::Values(KernelPath::reference, KernelPath::sse2, KernelPath::avx2);
+
+inline std::string pathName(const ::testing::TestParamInfo<KernelPath>& info)
 {
-    return info.param ? "reference" : "vector";
+    return kernelPathName(info.param);
 }
