@@ -31,23 +31,17 @@ inline std::array<unsigned, 4> bytesOfWord(uint32_t w)
     return {b[0], b[1], b[2], b[3]};
 }
 
-inline std::vector<uint32_t> randomWords(size_t n, uint32_t seed)
+template <class T = uint32_t>
+std::vector<T> randomValues(size_t n, uint32_t seed)
 {
     std::mt19937 gen(seed);
-    std::vector<uint32_t> v(n);
-    for (auto& w : v)
-        w = gen();
+    std::vector<T> v(n);
+    for (auto& x : v)
+        x = static_cast<T>(gen());
     return v;
 }
-
-inline std::vector<unsigned char> randomBytes(size_t n, uint32_t seed)
-{
-    std::mt19937 gen(seed);
-    std::vector<unsigned char> v(n);
-    for (auto& b : v)
-        b = static_cast<unsigned char>(gen());
-    return v;
-}
+inline std::vector<uint32_t> randomWords(size_t n, uint32_t seed) { return randomValues(n, seed); }
+inline std::vector<unsigned char> randomBytes(size_t n, uint32_t seed) { return randomValues<unsigned char>(n, seed); }
 
 // Reference rules, written per byte.
 inline unsigned refAverage(unsigned earlier, unsigned later) { return (earlier + 1) / 2 + later / 2; }
