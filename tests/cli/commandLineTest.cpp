@@ -83,7 +83,7 @@ const std::string kUsage =
 // (What the conversion run then prints about missing clips is its own.)
 void expectPastChecks(const RunResult& r) {
     EXPECT_EQ(r.status, 0);
-    for (const char* message : {"Use: ", "not defined", "are the same", "not supported"})
+    for (const char* message : {"Use: ", "not defined", "are the same", "not supported for the scaled file"})
         EXPECT_EQ(r.out.find(message), std::string::npos) << r.out;
 }
 
