@@ -1,6 +1,6 @@
-// Line blend, AVX2: 32 bytes per step, the same exact 16-bit rule as the
-// SSE2 version; the remaining words go through 16-byte steps and then the
-// plain rule, so nothing past the line is read or written.
+// Line blend, AVX2 (with the SSSE3 byte multiply-add it includes): 32 bytes
+// per step, then one 16-byte step, then the plain rule for the last words,
+// so nothing past the line is read or written.
 #include <immintrin.h>
 
 #include <utility>
@@ -9,29 +9,36 @@
 
 namespace {
 
+// Weight 128 is the mean rounded down: the rounded-up byte mean less the
+// carried-away half. Other weights (1 to 127) fit a signed byte, so one
+// maddubs makes K * p - K * q for a pair of bytes; shifted down (rounding
+// towards minus infinity) that is the lane's distance from q, at most 126
+// either way, so it packs into a signed byte and a wrapping byte add of q
+// gives the lane.
 template <int K>
 inline __m256i blend32(__m256i p, __m256i q)
 {
-    const __m256i lowBytes = _mm256_set1_epi16(0x00FF);
-    const __m256i k = _mm256_set1_epi16(K);
-    const __m256i pLow = _mm256_and_si256(p, lowBytes), qLow = _mm256_and_si256(q, lowBytes);
-    const __m256i pHigh = _mm256_srli_epi16(p, 8), qHigh = _mm256_srli_epi16(q, 8);
-    const __m256i low = _mm256_add_epi16(qLow, _mm256_srai_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(pLow, qLow), k), 8));
-    const __m256i high =
-        _mm256_add_epi16(qHigh, _mm256_srai_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(pHigh, qHigh), k), 8));
-    return _mm256_or_si256(low, _mm256_slli_epi16(high, 8));
+    if constexpr (K == 128) {
+        return _mm256_sub_epi8(_mm256_avg_epu8(p, q), _mm256_and_si256(_mm256_xor_si256(p, q), _mm256_set1_epi8(1)));
+    } else {
+        const __m256i weights = _mm256_set1_epi16(static_cast<short>((K & 0xFF) | ((-K & 0xFF) << 8)));
+        const __m256i low = _mm256_srai_epi16(_mm256_maddubs_epi16(_mm256_unpacklo_epi8(p, q), weights), 8);
+        const __m256i high = _mm256_srai_epi16(_mm256_maddubs_epi16(_mm256_unpackhi_epi8(p, q), weights), 8);
+        return _mm256_add_epi8(_mm256_packs_epi16(low, high), q);
+    }
 }
 
 template <int K>
 inline __m128i blend16(__m128i p, __m128i q)
 {
-    const __m128i lowBytes = _mm_set1_epi16(0x00FF);
-    const __m128i k = _mm_set1_epi16(K);
-    const __m128i pLow = _mm_and_si128(p, lowBytes), qLow = _mm_and_si128(q, lowBytes);
-    const __m128i pHigh = _mm_srli_epi16(p, 8), qHigh = _mm_srli_epi16(q, 8);
-    const __m128i low = _mm_add_epi16(qLow, _mm_srai_epi16(_mm_mullo_epi16(_mm_sub_epi16(pLow, qLow), k), 8));
-    const __m128i high = _mm_add_epi16(qHigh, _mm_srai_epi16(_mm_mullo_epi16(_mm_sub_epi16(pHigh, qHigh), k), 8));
-    return _mm_or_si128(low, _mm_slli_epi16(high, 8));
+    if constexpr (K == 128) {
+        return _mm_sub_epi8(_mm_avg_epu8(p, q), _mm_and_si128(_mm_xor_si128(p, q), _mm_set1_epi8(1)));
+    } else {
+        const __m128i weights = _mm_set1_epi16(static_cast<short>((K & 0xFF) | ((-K & 0xFF) << 8)));
+        const __m128i low = _mm_srai_epi16(_mm_maddubs_epi16(_mm_unpacklo_epi8(p, q), weights), 8);
+        const __m128i high = _mm_srai_epi16(_mm_maddubs_epi16(_mm_unpackhi_epi8(p, q), weights), 8);
+        return _mm_add_epi8(_mm_packs_epi16(low, high), q);
+    }
 }
 
 template <int K>
