@@ -208,3 +208,18 @@ TEST(ClipHeader, DebugLines)
               "File header configuration:\n\tVERSION:\t3\n\tNUM FRAMES:\t100\n"
               "\tSIZES:\t\t720 x 486\n\tRATE:\t\t25.000000\n");
 }
+
+TEST(ClipHeaderDeath, WritingAnUnknownVersionStops)
+{
+    ScratchDir dir;
+    const std::string path = dir.File("v9");
+    TestClip clip;
+    DescribeSmall(clip, path, 1);
+    clip.header.version = 9;
+    clip.descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    ASSERT_GT(clip.descriptor, 0);
+    EXPECT_DEATH(clip.WriteHead(clip.descriptor, clip.header),
+                 "Assertion failed: file vXfsFile, line 488\n");
+    close(clip.descriptor);
+    clip.descriptor = 0;
+}
