@@ -13,6 +13,7 @@
 #include "fuzz/fuzzScratch.h"
 #include "fuzz/fuzzTargets.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -135,5 +136,6 @@ int fuzzClipHeader(const uint8_t* data, size_t size)
         fuzzCheck(clip.Descriptor() == 0, "a closed or refused clip keeps a descriptor");
     }
     fuzzCheck(fuzzStrayFiles({leaf}).empty(), "a probe file was left behind");
+    std::remove(path.c_str());
     return 0;
 }

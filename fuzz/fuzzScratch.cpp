@@ -16,8 +16,11 @@ class ScratchDirectory {
 public:
     ScratchDirectory()
     {
-        char pattern[] = "/tmp/pal2ntsc-fuzz-XXXXXX";
-        const char* made = mkdtemp(pattern);
+        // PAL2NTSC_FUZZ_DIR puts the files elsewhere, e.g. on a tmpfs for
+        // speed (transfers are then buffered: direct I/O is not exercised).
+        const char* base = std::getenv("PAL2NTSC_FUZZ_DIR");
+        std::string pattern = std::string(base && *base ? base : "/tmp") + "/pal2ntsc-fuzz-XXXXXX";
+        const char* made = mkdtemp(pattern.data());
         fuzzCheck(made != nullptr, "scratch directory cannot be made");
         path = made;
     }

@@ -56,7 +56,10 @@ for opt, name, body in [
         (0x00, "4x576-0frames", clip(3, 0, 512, 4, 576)),
         (0x00, "v1-4x576-1frame", clip(1, 1, 512, 4, 576)),
         (0x04, "4x576-truncated", clip(3, 2, 512, 4, 576, stored=1)),
-        (0x05, "2x8-1frame-scaled", clip(3, 1, 64, 2, 8)),
+        (0x01, "2x8-1frame-scaled", clip(3, 1, 64, 2, 8)),
+        (0x45, "odd-scale-3", clip(3, 1, 512, 4, 576)),
+        (0x18, "alignment-24", clip(3, 1, 512, 4, 576)),
+        (0x20, "junk-output", clip(3, 1, 512, 4, 576)),
 ]:
     put("conversion", name, bytes([opt]) + body)
 
