@@ -44,10 +44,19 @@ void Convert::DoConversion(void* object, int partIndex, int partCount)
 // The whole frame, whatever the part: the job is never split.
 void Convert::DoConversion(int, int)
 {
+    ConvertLines(0, outputLines);
+}
+
+void Convert::ConvertLines(int from, int to)
+{
     const int L = width >> 1;
     const int hin = inputLines;
     const int hout = outputLines;
-    if (hout <= 0)
+    if (from < 0)
+        from = 0;
+    if (to > hout)
+        to = hout;
+    if (from >= to)
         return;
 
     // Truncating the flag towards zero gives nonzero exactly when its
@@ -71,7 +80,7 @@ void Convert::DoConversion(int, int)
     // few lines ahead of the furthest line used keeps the loads from memory
     // running ahead of the kernels. Every input line is requested once.
     const std::size_t lineBytes = stride * sizeof(uint32_t);
-    int requested = 0;
+    int requested = -1;
     auto requestUpTo = [&](int line) {
         if (line > hin)
             line = hin;
@@ -82,7 +91,7 @@ void Convert::DoConversion(int, int)
         }
     };
 
-    for (int y = 0; y < hout; ++y) {
+    for (int y = from; y < to; ++y) {
         int m = y;
         float offset = 0.0f;
         int parity = 0;
@@ -124,6 +133,8 @@ void Convert::DoConversion(int, int)
             w = 256;
 
         const int a = step * j + parity;
+        if (requested < 0)
+            requested = a > 2 ? a - 2 : 0;  // the other field starts near here
         requestUpTo(a + step + prefetchLines);
         uint32_t* lineA = source + static_cast<std::size_t>(a) * stride;
         uint32_t* out = destination + static_cast<std::size_t>(y) * stride;

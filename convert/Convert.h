@@ -22,6 +22,13 @@ public:
     static void DoConversion(void* object, int partIndex, int partCount);
     void DoConversion(int partIndex, int partCount);
 
+    // Output lines [from, to) of the frame held in source, inputLines and
+    // destination; the whole frame is lines 0 to outputLines. Every line
+    // depends on the frame alone, so a frame made in runs of lines is the
+    // same as one made at once. The block converter uses this to reduce a
+    // frame band by band while the lines just made are still in cache.
+    void ConvertLines(int from, int to);
+
     int32_t width;
     int32_t outputLines;
     int32_t inputLines;

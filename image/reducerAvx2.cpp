@@ -16,8 +16,7 @@ inline __m256i load(const uint32_t* words)
 
 inline __m256i laneAverage256(__m256i a, __m256i b)
 {
-    const __m256i ones = _mm256_set1_epi8(1);
-    return _mm256_sub_epi8(_mm256_avg_epu8(a, b), _mm256_and_si256(_mm256_andnot_si256(a, b), ones));
+    return _mm256_avg_epu8(a, _mm256_and_si256(b, _mm256_set1_epi8(static_cast<char>(0xFE))));
 }
 
 // Words 2j and 2j + 1 of one line for eight pixels, averaged; the pixels come

@@ -5,12 +5,12 @@
 
 #include <emmintrin.h>
 
-// Lane average with the earlier operand rounded up: the rounded-up mean
-// (a + b + 1) >> 1, less one where a is even and b odd.
+// Lane average with the earlier operand rounded up: with the low bit of the
+// later operand b cleared, ceil(a / 2) + floor(b / 2) is the rounded-up mean
+// that the byte average instruction gives.
 inline __m128i laneAverage128(__m128i a, __m128i b)
 {
-    const __m128i ones = _mm_set1_epi8(1);
-    return _mm_sub_epi8(_mm_avg_epu8(a, b), _mm_and_si128(_mm_andnot_si128(a, b), ones));
+    return _mm_avg_epu8(a, _mm_and_si128(b, _mm_set1_epi8(static_cast<char>(0xFE))));
 }
 
 // The colour conversion of four averaged words, as 32-bit B, G and R before

@@ -6,6 +6,53 @@
 #include "convert/Convert.h"
 #include "image/quart.h"
 
+namespace {
+
+// Reduced lines made per band: the NTSC lines they come from (8 or 16 lines,
+// 11.5 or 23 KB for a 720-pixel frame) are still in the first-level cache.
+constexpr int bandRows = 4;
+
+// The NTSC frame and its reduction, band by band: the lines of a band are
+// converted, then reduced at once. The result is the same as converting the
+// whole frame and then reducing it, since every NTSC line depends on the PAL
+// frame alone and every reduced line on its own block of NTSC lines.
+void convertAndReduce(Convert& converter, quart& reducer, uint32_t* palFrame, uint32_t* ntscFrame,
+                      unsigned char* reducedFrame, int width, int palLines, int ntscLines, int scale)
+{
+    converter.source = palFrame;
+    converter.inputLines = palLines;
+    converter.destination = ntscFrame;
+
+    const int shift = scale == 4 ? 2 : 1;
+    const int rows = ntscLines >> shift;
+    const std::ptrdiff_t stride = width >> 1;
+    const std::ptrdiff_t reducedLine = 3 * static_cast<std::ptrdiff_t>(width >> shift);
+    // The quarter reducer drops the first two lines of heights of remainder
+    // 2 or 3, and so does each band here.
+    const int remainder = ntscLines % 4;
+    const int skip = scale == 4 && (remainder == 2 || remainder == 3) ? 2 : 0;
+
+    int converted = 0;
+    for (int k = 0; k < rows; k += bandRows) {
+        const int n = rows - k < bandRows ? rows - k : bandRows;
+        const int firstLine = skip + (k << shift);
+        const int endLine = firstLine + (n << shift);
+        converter.ConvertLines(converted, endLine);
+        converted = endLine;
+        // The band's reduced lines, bottom-up like the frame's: rows k to
+        // k + n - 1 are frame lines rows - k - n to rows - 1 - k.
+        uint32_t* bandSource = ntscFrame + firstLine * stride;
+        auto* bandDestination = reinterpret_cast<uint32_t*>(reducedFrame + (rows - k - n) * reducedLine);
+        if (scale == 4)
+            reducer.zoomYUVtoQuartRGB(bandSource, width, n << shift, bandDestination);
+        else
+            reducer.zoomYUVtoHalfRGB(bandSource, width, n << shift, bandDestination);
+    }
+    converter.ConvertLines(converted, ntscLines);
+}
+
+} // namespace
+
 void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, int width, int palLines,
              int ntscLines, int scale, int palSlot, int ntscSlot, int reducedSlot)
 {
@@ -20,14 +67,11 @@ void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, in
     for (int i = 0; i < frames; ++i) {
         auto* palFrame = reinterpret_cast<uint32_t*>(pal + static_cast<std::ptrdiff_t>(i) * palSlot);
         auto* ntscFrame = reinterpret_cast<uint32_t*>(ntsc + static_cast<std::ptrdiff_t>(i) * ntscSlot);
-        converter.DoConvert(palFrame, palLines, ntscFrame);
-        if (!reduced)
-            continue;
-        auto* reducedFrame = reinterpret_cast<uint32_t*>(reduced + static_cast<std::ptrdiff_t>(i) * reducedSlot);
-        // Other scales have no reduction here; the run never asks for one.
-        if (scale == 4)
-            reducer.zoomYUVtoQuartRGB(ntscFrame, width, ntscLines, reducedFrame);
-        else if (scale == 2)
-            reducer.zoomYUVtoHalfRGB(ntscFrame, width, ntscLines, reducedFrame);
+        // Other scales have no reduction; the run never asks for one.
+        if (reduced && (scale == 4 || scale == 2))
+            convertAndReduce(converter, reducer, palFrame, ntscFrame,
+                             reduced + static_cast<std::ptrdiff_t>(i) * reducedSlot, width, palLines, ntscLines, scale);
+        else
+            converter.DoConvert(palFrame, palLines, ntscFrame);
     }
 }

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "convert/Convert.h"
+#include "image/quart.h"
 #include "pixelTestUtil.h"
 #include "tool/blockConvert.h"
 
@@ -75,6 +77,40 @@ TEST(BlockConvert, NothingOrOnlyNtscWhenAsked)
     EXPECT_TRUE(untouched(b.reduced, 0, b.reduced.size()));
     b.run(2, 4, false);
     EXPECT_TRUE(untouched(b.reduced, 0, b.reduced.size()));
+}
+
+// The block converter reduces each frame band by band as its lines are made;
+// the result must be the whole NTSC frame first, then its whole reduction.
+TEST(BlockConvert, SameAsConvertingThenReducing)
+{
+    std::mt19937 rng(8);
+    const int sizes[][3] = {{720, 576, 486}, {720, 576, 487}, {722, 300, 485}, {37, 100, 84}, {16, 20, 7}, {8, 8, 3}};
+    for (const auto& size : sizes) {
+        const int width = size[0], palLines = size[1], ntscLines = size[2];
+        const std::size_t palWords = static_cast<std::size_t>(width >> 1) * palLines;
+        const std::size_t ntscWords = static_cast<std::size_t>(width >> 1) * ntscLines;
+        std::vector<uint32_t> pal = randomWords(rng, palWords);
+        for (int scale : {4, 2}) {
+            SCOPED_TRACE(::testing::Message() << width << "x" << palLines << " to " << ntscLines << " scale " << scale);
+            const std::size_t reducedBytes = 3 * static_cast<std::size_t>(width / scale) * (ntscLines / scale);
+            std::vector<uint32_t> ntsc(ntscWords, 0), expectedNtsc(ntscWords, 0);
+            std::vector<unsigned char> reduced(reducedBytes + 1, sentinel), expectedReduced(reducedBytes + 1, sentinel);
+
+            convert(pal.data(), ntsc.data(), reduced.data(), 1, width, palLines, ntscLines, scale, 0, 0, 0);
+
+            float field = 1.0f;
+            Convert converter(width, ntscLines, 1, &field);
+            converter.DoConvert(pal.data(), palLines, expectedNtsc.data());
+            quart q{};
+            auto* out = reinterpret_cast<uint32_t*>(expectedReduced.data());
+            if (scale == 4)
+                q.zoomYUVtoQuartRGB(expectedNtsc.data(), width, ntscLines, out);
+            else
+                q.zoomYUVtoHalfRGB(expectedNtsc.data(), width, ntscLines, out);
+            EXPECT_EQ(ntsc, expectedNtsc);
+            EXPECT_EQ(reduced, expectedReduced);
+        }
+    }
 }
 
 } // namespace
