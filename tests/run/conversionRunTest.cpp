@@ -43,7 +43,7 @@ protected:
     ScratchDir dir;
     std::string pal = dir / "pal.clip", ntsc = dir / "ntsc.clip", small = dir / "small.clip";
 
-    void makeInput(int frames) { writeClip(pal, ClipSpec{frames}, kSeed); }
+    void makeInput(int frames) { writeClip(pal, ClipFields{frames}, kSeed); }
 
     // Every NTSC frame (and reduced frame) in its slot, padding zero.
     void expectFrames(int frames, int scale, bool reducing)

@@ -24,7 +24,7 @@ protected:
 
     void SetUp() override
     {
-        writeClip(pal, ClipSpec{6}, 7);
+        writeClip(pal, ClipFields{6}, 7);
         input = readFile(pal);
         writeFile(keep, decoy);
     }
@@ -74,7 +74,7 @@ TEST_F(Refusal, ScaledNameThatLeadsToTheNtscClip)
               kInfo + "NTSC file and scaled file are the same\n");
 
     // An existing NTSC clip reached through a hard link.
-    writeClip(ntsc, ClipSpec{2, 720, 486}, 3);
+    writeClip(ntsc, ClipFields{2, 720, 486}, 3);
     const std::string before = readFile(ntsc);
     ASSERT_EQ(link(ntsc.c_str(), (dir / "hard").c_str()), 0);
     EXPECT_EQ(refuse({"-P", pal, "-N", ntsc, "-n", dir / "hard"}, false).out,
@@ -122,30 +122,30 @@ TEST_F(Refusal, InputsThatCannotBeConverted)
 {
     struct Case {
         const char* what;
-        ClipSpec spec;
+        ClipFields fields;
         int64_t keepBytes;
         std::string out;
     };
     const int64_t slot = slotBytes(720, 576, 1008);
     const int64_t picture = frameBytes(720, 576, 1008);
     const std::vector<Case> cases = {
-        {"one line", ClipSpec{2, 720, 1}, -1,
+        {"one line", ClipFields{2, 720, 1}, -1,
          "PAL file: 2 frames [720x1]\nPAL file has 1 lines: at least 2 are needed\n"},
-        {"negative count", ClipSpec{-1}, slot, "PAL file: -1 frames [720x576]\nPAL file has a negative frame count (-1)\n"},
-        {"one byte a pixel", ClipSpec{2, 720, 576, 1005}, -1,
+        {"negative count", ClipFields{-1}, slot, "PAL file: -1 frames [720x576]\nPAL file has a negative frame count (-1)\n"},
+        {"one byte a pixel", ClipFields{2, 720, 576, 1005}, -1,
          "PAL file: 2 frames [720x576]\nPAL file frames of " + std::to_string(slotBytes(720, 576, 1005)) +
              " bytes cannot hold 720x576 4:2:2 pictures\n"},
-        {"frame larger than a transfer", ClipSpec{1, 2048, 1100}, -1,
+        {"frame larger than a transfer", ClipFields{1, 2048, 1100}, -1,
          "PAL file: 1 frames [2048x1100]\nPAL frames of 4505600 bytes do not fit in one transfer of "
          "4194304 bytes\n"},
-        {"cut inside frame 7", ClipSpec{12}, slot * 8 + 1000,
+        {"cut inside frame 7", ClipFields{12}, slot * 8 + 1000,
          "PAL file: 12 frames [720x576]\nPAL file is truncated: 7 of 12 frames present\n"},
-        {"cut in frame 7's padding", ClipSpec{12}, slot * 8 + picture,
+        {"cut in frame 7's padding", ClipFields{12}, slot * 8 + picture,
          "PAL file: 12 frames [720x576]\nPAL file is truncated: 8 of 12 frames present\n"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        writeClip(pal, c.spec, 11, c.keepBytes);
+        writeClip(pal, c.fields, 11, c.keepBytes);
         input = readFile(pal);
         EXPECT_EQ(refuse({"-P", pal, "-N", ntsc, "-n", small}, true).out, c.out);
     }
@@ -160,7 +160,7 @@ TEST_F(Refusal, OpensThatFail)
     EXPECT_TRUE(endsWith(refuse({"-P", keep, "-N", ntsc}, true).out, "Unable to open PAL file\n"));
 
     // A header that describes no frame at all.
-    writeClip(dir / "odd.clip", ClipSpec{2, 720, 576, 4242}, 1);
+    writeClip(dir / "odd.clip", ClipFields{2, 720, 576, 4242}, 1);
     EXPECT_TRUE(endsWith(refuse({"-P", dir / "odd.clip", "-N", ntsc}, true).out,
                          "Unable to open PAL file\n"));
 
@@ -179,7 +179,7 @@ TEST_F(Refusal, OpensThatFail)
 
 TEST_F(Refusal, PreservedClipOfAnotherFormatAtAnOutput)
 {
-    ClipSpec preserved{3, 180, 121, 1000};
+    ClipFields preserved{3, 180, 121, 1000};
     preserved.replaceable = 0;
     writeClip(ntsc, preserved, 5);
     const std::string before = readFile(ntsc);
@@ -187,7 +187,7 @@ TEST_F(Refusal, PreservedClipOfAnotherFormatAtAnOutput)
               kInfo + "NTSC file is a preserved clip of another format\n");
     EXPECT_TRUE(readFile(ntsc) == before);
 
-    ClipSpec preservedNtsc{3, 720, 486};
+    ClipFields preservedNtsc{3, 720, 486};
     preservedNtsc.replaceable = 0;
     writeClip(small, preservedNtsc, 5);
     const std::string smallBefore = readFile(small);

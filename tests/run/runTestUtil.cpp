@@ -144,16 +144,16 @@ uint64_t getBig(const std::string& in, size_t at, int bytes)
 
 }  // namespace
 
-std::string clipHeader(const ClipSpec& spec)
+std::string clipHeader(const ClipFields& fields)
 {
     std::string head;
     uint64_t rateBits;
-    std::memcpy(&rateBits, &spec.rate, 8);
-    for (int32_t v : {0x000609CE, 3, spec.frames, 4096, spec.replaceable, spec.width, spec.height,
-                      spec.packing})
+    std::memcpy(&rateBits, &fields.rate, 8);
+    for (int32_t v : {0x000609CE, 3, fields.frames, 4096, fields.replaceable, fields.width, fields.height,
+                      fields.packing})
         putBig(head, static_cast<uint32_t>(v), 4);
     putBig(head, rateBits, 8);
-    putBig(head, static_cast<uint32_t>(spec.interlacing), 4);
+    putBig(head, static_cast<uint32_t>(fields.interlacing), 4);
     return head;
 }
 
@@ -166,13 +166,13 @@ std::vector<uint8_t> randomPicture(int64_t bytes, uint32_t seed)
     return picture;
 }
 
-void writeClip(const std::string& path, const ClipSpec& spec, uint32_t seed, int64_t keepBytes)
+void writeClip(const std::string& path, const ClipFields& fields, uint32_t seed, int64_t keepBytes)
 {
-    const int64_t slot = slotBytes(spec.width, spec.height, spec.packing);
-    const int64_t picture = frameBytes(spec.width, spec.height, spec.packing);
-    std::string file = clipHeader(spec);
+    const int64_t slot = slotBytes(fields.width, fields.height, fields.packing);
+    const int64_t picture = frameBytes(fields.width, fields.height, fields.packing);
+    std::string file = clipHeader(fields);
     file.resize(static_cast<size_t>(slot), '\0');
-    for (int i = 0; i < spec.frames; ++i) {
+    for (int i = 0; i < fields.frames; ++i) {
         const auto pixels = randomPicture(picture, seed + i);
         file.append(pixels.begin(), pixels.end());
         file.resize(file.size() + static_cast<size_t>(slot - picture), '\0');

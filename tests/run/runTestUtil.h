@@ -41,7 +41,7 @@ void writeFile(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);  // without following a last symbolic link
 
 // Clip files, version 3, block size 4096.
-struct ClipSpec {
+struct ClipFields {
     int32_t frames = 0;
     int32_t width = 720;
     int32_t height = 576;
@@ -53,14 +53,14 @@ struct ClipSpec {
 
 int64_t frameBytes(int32_t width, int32_t height, int32_t packing);
 int64_t slotBytes(int32_t width, int32_t height, int32_t packing);
-std::string clipHeader(const ClipSpec& spec);  // 44 bytes
+std::string clipHeader(const ClipFields& fields);  // 44 bytes
 
 // Picture of frame `frame` of a generated clip: seeded random bytes.
 std::vector<uint8_t> randomPicture(int64_t bytes, uint32_t seed);
 
 // Writes a clip whose frame i holds randomPicture(picture, seed + i) and
 // zero padding; `keepBytes` >= 0 cuts the file to that length.
-void writeClip(const std::string& path, const ClipSpec& spec, uint32_t seed, int64_t keepBytes = -1);
+void writeClip(const std::string& path, const ClipFields& fields, uint32_t seed, int64_t keepBytes = -1);
 
 // A clip file as the tests see it: the header fields and the frame slots.
 struct ClipOnDisk {

@@ -102,11 +102,11 @@ TEST_F(Vclip, WritesOnlyOverReplaceableClips)
 {
     const std::string text = dir / "notes.txt", kept = dir / "kept.clip", old = dir / "old.clip";
     writeFile(text, "not a clip");
-    ClipSpec preserved{1, 16, 4};
+    ClipFields preserved{1, 16, 4};
     preserved.replaceable = 0;
     writeClip(kept, preserved, 1);
     const std::string keptBytes = readFile(kept);
-    writeClip(old, ClipSpec{1, 16, 4}, 1);
+    writeClip(old, ClipFields{1, 16, 4}, 1);
 
     RunResult r = runVclip({"bars", text, "--frames", "1"});
     EXPECT_EQ(r.status, 1);
@@ -131,7 +131,7 @@ TEST_F(Vclip, TruncatedClipIsReportedAndItsMissingFramesNotExported)
 {
     const std::string clip = dir / "cut.clip";
     const int64_t slot = slotBytes(720, 576, 1008);
-    writeClip(clip, ClipSpec{12}, 2, slot * 8 + 1000);
+    writeClip(clip, ClipFields{12}, 2, slot * 8 + 1000);
     RunResult r = runVclip({"info", clip});
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("complete:     no, 7 of 12 frames present\n"), std::string::npos) << r.out;
@@ -283,7 +283,7 @@ TEST_F(Vclip, BmpOfAReducedFrameKeepsItsRowsAndPadsThem)
 {
     // 724 pixels reduce to 181: rows of 543 bytes, padded to 544 in the BMP.
     const std::string pal = dir / "pal.clip", ntsc = dir / "ntsc.clip", small = dir / "small.clip";
-    writeClip(pal, ClipSpec{2, 724, 576}, 8);
+    writeClip(pal, ClipFields{2, 724, 576}, 8);
     ASSERT_EQ(runPal2ntsc({"-P", pal, "-N", ntsc, "-n", small}).out, "PAL file: 2 frames [724x576]\n");
     RunResult r = runVclip({"export", small, "--frame", "1", "--image", dir / "s.bmp"});
     ASSERT_EQ(r.status, 0) << r.err;
