@@ -25,14 +25,6 @@ TEST(KernelSelection, BestPathMatchesTheCpu)
     EXPECT_STREQ(activeKernelPath(), kernelPathName(bestKernelPath()));
 }
 
-TEST(MixLineTable, HoldsTheNamedKernelsInWeightOrder)
-{
-    EXPECT_EQ(MixLineTable[0], &MixLine_000);
-    EXPECT_EQ(MixLineTable[43], &MixLine_043);
-    EXPECT_EQ(MixLineTable[128], &MixLine_128);
-    EXPECT_EQ(getMixLine(81), &MixLine_081);
-}
-
 using MixLineBoth = BothPaths;
 
 // Each example line is long enough to reach the vector loops and their tails.
