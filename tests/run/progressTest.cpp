@@ -56,17 +56,4 @@ TEST(Progress, RedrawnAtMostFourTimesASecondAndClearedAtTheEnd)
     std::fclose(f);
 }
 
-TEST(Progress, DisabledWritesNothing)
-{
-    std::FILE* f = std::tmpfile();
-    ASSERT_NE(f, nullptr);
-    {
-        Progress progress(10, f, false);
-        progress.Update(5);
-        progress.Update(10);
-    }
-    EXPECT_EQ(contents(f), "");
-    std::fclose(f);
-}
-
 }  // namespace
