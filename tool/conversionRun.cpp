@@ -322,6 +322,15 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
             stopWith("Unable to scaled images\n");
     };
 
+    // A straight loop: read, convert, write, then the next block. Reading
+    // block b + 1 on a second thread, into a second input buffer, while
+    // block b was converted and written was tried and measured against this
+    // loop (250 frames of 720x576, ext4 on a virtual disk, the two builds
+    // alternating over 15 rounds, twice): medians of 644 and 600 frames/s
+    // with the read ahead against 699 and 613 without. The conversion is a
+    // few percent of the run, and a read beside a write only shares the
+    // disk's bandwidth, so the extra thread, buffer and ordering rules of
+    // its failures buy nothing here.
     const int32_t fullBlocks = frames / blockFrames;
     for (int32_t b = 0; b < fullBlocks; ++b) {
         const int first = b * blockFrames;
