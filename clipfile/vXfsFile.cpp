@@ -289,6 +289,22 @@ int vXfsFile::CheckLayout(const char* operation)
                     GetWidth(), GetHeight(), GetImageFormat(), operation);
         return 0;
     }
+    return FramesClearOfHeader(header.version, operation);
+}
+
+// Frame 0 starts one block (versions 1 and 2) or one frame slot (version 3)
+// into the file. A block or slot shorter than the header itself would put
+// frame 0 over the header, and the first frame written would destroy the
+// clip; such a layout is refused.
+int vXfsFile::FramesClearOfHeader(int32_t version, const char* operation)
+{
+    const int headerBytes = version == 1 ? 40 : 44;
+    const int firstFrame = version == 3 ? ImageSize() : blockSize;
+    if (firstFrame < headerBytes) {
+        std::printf("Frames of %s would overlap its header (frame 0 at byte %d) [%s]\n", name,
+                    firstFrame, operation);
+        return 0;
+    }
     return 1;
 }
 
@@ -431,6 +447,8 @@ int vXfsFile::ReadHead(int fd, fileHeader& head)
                     name, GetWidth(), GetHeight(), GetImageFormat());
         return 0;
     }
+    if (!FramesClearOfHeader(head.version, "vXfsFile::ReadHead"))
+        return 0;
     dataOffset = head.version == 3 ? ImageSize() : blockSize;
     return 1;
 }

@@ -153,5 +153,6 @@ private:
     int VectorTransfer(bool writing, int first, int last, void** data);
     int ChangeHeaderField(int order, int32_t value);
     int CheckLayout(const char* operation);
+    int FramesClearOfHeader(int32_t version, const char* operation);
     void CloseDescriptor();
 };
