@@ -60,7 +60,7 @@ TEST(CommandLine, LastOccurrenceWinsAndEmptyReducedNameIsAbsent)
          }) {
         const RunResult r = RunTool(args);
         EXPECT_EQ(r.status, 0);
-        for (const char* message : {"Use: ", "not defined", "are the same", "not supported"})
+        for (const char* message : {"Use: ", "not defined", "are the same", "not supported for the scaled file"})
             EXPECT_EQ(r.out.find(message), std::string::npos) << r.out;
     }
 }
