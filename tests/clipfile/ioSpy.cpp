@@ -7,62 +7,55 @@
 namespace {
 
 int watched = -1;
-std::vector<IoCall>* calls = nullptr;
+std::vector<IoCall> calls;
 
-void note(int fd, char kind, int64_t bytes, int64_t offset, int entries)
+void note(int fd, char kind, const iovec* v, int n, int64_t offset)
 {
-    if (fd == watched && calls != nullptr)
-        calls->push_back(IoCall{kind, bytes, offset, entries});
-}
-
-int64_t total(const iovec* v, int n)
-{
-    int64_t sum = 0;
+    int64_t bytes = 0;
     for (int k = 0; k < n; ++k)
-        sum += static_cast<int64_t>(v[k].iov_len);
-    return sum;
+        bytes += static_cast<int64_t>(v[k].iov_len);
+    if (fd == watched)
+        calls.push_back(IoCall{kind, bytes, offset, n});
 }
 
 }  // namespace
 
 void SpyStart(int fd)
 {
-    delete calls;
-    calls = new std::vector<IoCall>();
+    calls.clear();
     watched = fd;
 }
 
 std::vector<IoCall> SpyStop()
 {
-    std::vector<IoCall> result = calls != nullptr ? *calls : std::vector<IoCall>();
-    delete calls;
-    calls = nullptr;
     watched = -1;
-    return result;
+    return std::move(calls);
 }
 
 // These definitions take the place of the C library's entry points in the
 // test program and pass every call on to the kernel unchanged.
 extern "C" ssize_t pread64(int fd, void* buf, size_t n, off64_t offset)
 {
-    note(fd, 'r', static_cast<int64_t>(n), offset, 1);
+    const iovec one{buf, n};
+    note(fd, 'r', &one, 1, offset);
     return syscall(SYS_pread64, fd, buf, n, offset);
 }
 
 extern "C" ssize_t pwrite64(int fd, const void* buf, size_t n, off64_t offset)
 {
-    note(fd, 'w', static_cast<int64_t>(n), offset, 1);
+    const iovec one{const_cast<void*>(buf), n};
+    note(fd, 'w', &one, 1, offset);
     return syscall(SYS_pwrite64, fd, buf, n, offset);
 }
 
 extern "C" ssize_t readv(int fd, const struct iovec* v, int n)
 {
-    note(fd, 'R', total(v, n), -1, n);
+    note(fd, 'R', v, n, -1);
     return syscall(SYS_readv, fd, v, n);
 }
 
 extern "C" ssize_t writev(int fd, const struct iovec* v, int n)
 {
-    note(fd, 'W', total(v, n), -1, n);
+    note(fd, 'W', v, n, -1);
     return syscall(SYS_writev, fd, v, n);
 }

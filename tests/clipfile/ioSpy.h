@@ -3,15 +3,14 @@
 // the tests only learn how a transfer was cut into system calls.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 struct IoCall {
-    char kind;        // 'r' pread, 'w' pwrite, 'R' readv, 'W' writev
-    int64_t bytes;    // bytes asked for (sum over the entries for readv/writev)
-    int64_t offset;   // file position (-1 for readv/writev)
-    int entries;      // iovec entries (1 for pread/pwrite)
+    char kind;       // 'r' pread, 'w' pwrite, 'R' readv, 'W' writev
+    int64_t bytes;   // bytes asked for (sum over the entries for readv/writev)
+    int64_t offset;  // file position (-1 for readv/writev)
+    int entries;     // iovec entries (1 for pread/pwrite)
 };
 
 void SpyStart(int fd);
