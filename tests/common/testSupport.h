@@ -101,6 +101,17 @@ std::string StdoutOf(F&& f)
     return testing::internal::GetCapturedStdout();
 }
 
+// Runs f and returns what it printed on stderr.
+template <class F>
+std::string StderrOf(F&& f)
+{
+    std::fflush(stderr);
+    testing::internal::CaptureStderr();
+    f();
+    std::fflush(stderr);
+    return testing::internal::GetCapturedStderr();
+}
+
 struct RunResult {
     std::string out, err;
     int status = -1;  // exit status, or -1 when the program did not exit normally
