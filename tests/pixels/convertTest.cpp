@@ -1,174 +1,193 @@
+// The line blend kernels, the line converter built on them and the block
+// converter that runs the line converter and the reducers frame by frame.
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <random>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "convert/Convert.h"
+#include "convert/MixLine.h"
+#include "image/quart.h"
 #include "pixelTestUtil.h"
+#include "tool/blockConvert.h"
 
 namespace {
 
-struct Source {
-    int a;  // line that gets weight 256 - w
-    int b;  // next line of the same field (frame), weight w
-    int w;
-};
-
-// The line map written out plainly, each single-precision step forced
-// through a volatile so that no step is fused with the next.
-Source mapLine(int y, int hin, int hout, bool field)
+TEST(KernelSelection, BestPathMatchesTheCpu)
 {
-    volatile float r = static_cast<float>(hin) / static_cast<float>(hout);
-    const int m = field ? y >> 1 : y;
-    const float offset = field ? ((y & 1) ? 0.5f : -0.5f) : 0.0f;
-    const int parity = field && !(y & 1) ? 1 : 0;
-    const int step = field ? 2 : 1;
-    const int last = field ? (hin >> 1) - 1 : hin - 1;
-    volatile float product = static_cast<float>(m) * r;
-    volatile float pos = product + offset;
-    int j = static_cast<int>(pos);
-    volatile float fraction = pos - static_cast<float>(j);
-    volatile float scaled = fraction * 256.0f;
-    int w = static_cast<int>(scaled);
-    if (j < 0)
-        j = 0, w = 0;
-    if (j >= last)
-        j = last, w = 0;
-    w = w < 0 ? 0 : (w > 256 ? 256 : w);
-    return {step * j + parity, step * j + parity + step, w};
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_cpu_init();
+    EXPECT_EQ(bestKernelPath(), __builtin_cpu_supports("avx2")   ? KernelPath::avx2
+                                : __builtin_cpu_supports("sse2") ? KernelPath::sse2
+                                                                 : KernelPath::reference);
+#endif
 }
 
-struct Frame {
-    int width;
-    int lines;
-    std::vector<uint32_t> words;
-    uint32_t* line(int n) { return words.data() + static_cast<std::size_t>(n) * (width >> 1); }
-};
-
-Frame randomFrame(std::mt19937& rng, int width, int lines)
+// Hand-worked words, each repeated along a line long enough to reach the
+// vector loops and their tails; rounding is always down. Weight 0 is a copy
+// of the second line and never reads the first (null here).
+TEST_P(KernelPaths, ExampleWords)
 {
-    return {width, lines, randomWords(rng, static_cast<std::size_t>(lines) * (width >> 1))};
+    const struct { int k; uint32_t first, second, want; } cases[] = {{0, 0x80108020, 0x10EB10EB, 0x10EB10EB},   {1, 0x80108020, 0x10EB10EB, 0x10EA10EA},
+                 {64, 0x80108020, 0x10EB10EB, 0x2CB42CB8},  {128, 0x80108020, 0x10EB10EB, 0x487D4885},
+                 {43, 0x80108020, 0x10EB10EB, 0x22C622C8},  {1, 0xFF00FF00, 0x00FF00FF, 0x00FE00FE},
+                 {43, 0xFF00FF00, 0x00FF00FF, 0x2AD42AD4},  {64, 0xFF00FF00, 0x00FF00FF, 0x3FBF3FBF},
+                 {128, 0xFF00FF00, 0x00FF00FF, 0x7F7F7F7F}, {1, 0x00FF0000, 0, 0},
+                 {128, 0x00FF0000, 0, 0x007F0000},          {1, 0, 0x000000FF, 0x000000FE},
+                 {128, 0, 0x000000FF, 0x0000007F},          {127, 0x01000000, 0, 0}};
+    constexpr int words = 45;
+    for (const auto& c : cases) {
+        std::vector<uint32_t> first(words, wordOf(c.first)), second(words, wordOf(c.second)), out(words, 0);
+        getMixLine(c.k)(c.k == 0 ? nullptr : first.data(), second.data(), out.data(), words);
+        EXPECT_EQ(out, std::vector<uint32_t>(words, wordOf(c.want))) << "k " << c.k << " first " << std::hex << c.first;
+    }
 }
 
-std::vector<uint32_t> convertFrame(Frame& in, int hout, float flag)
+// Every weight, many lengths and start offsets, against the lane rule. The
+// inputs end exactly at the end of their allocations and the output sits
+// between guard words, so any stray read or write is caught; 0 words
+// writes nothing.
+TEST_P(KernelPaths, EveryWeightMatchesTheLaneRule)
 {
-    Convert converter(in.width, hout, 1, &flag);
-    std::vector<uint32_t> out(static_cast<std::size_t>(hout) * (in.width >> 1), 0xCDCDCDCDu);
-    converter.DoConvert(in.words.data(), in.lines, out.data());
-    return out;
-}
-
-// Every output line is the blend the map names, lane by lane.
-void expectFollowsMap(Frame& in, const std::vector<uint32_t>& out, int hout, bool field)
-{
-    const int L = in.width >> 1;
-    for (int y = 0; y < hout; ++y) {
-        const Source s = mapLine(y, in.lines, hout, field);
-        for (int i = 0; i < L; ++i) {
-            const uint32_t want = s.w == 0 ? in.line(s.a)[i] : blendLanes(in.line(s.b)[i], in.line(s.a)[i], s.w);
-            ASSERT_EQ(out[static_cast<std::size_t>(y) * L + i], want) << "line " << y << " word " << i;
+    std::mt19937 rng(2024);
+    for (int k = 0; k < mixLineWeights; ++k) {
+        for (int words : {0, 1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 63, 360}) {
+            const int offset = static_cast<int>(rng() % 8);
+            std::vector<uint32_t> first = randomWords(rng, words + offset), second = randomWords(rng, words + offset);
+            Guarded<> out(words + offset);
+            getMixLine(k)(first.data() + offset, second.data() + offset, out.data() + offset, words);
+            ASSERT_TRUE(out.guardsIntact()) << "k " << k << " words " << words;
+            for (int i = 0; i < words + offset; ++i)
+                ASSERT_EQ(out[i], i < offset ? Guarded<>::kSentinel : blendLanes(first[i], second[i], k))
+                    << "k " << k << " words " << words << " offset " << offset << " index " << i;
         }
     }
 }
 
-using ConvertBoth = BothPaths;
-
-TEST(LineMap, PalToNtscFieldModeTable)
+// The line map written out plainly, each single-precision step forced
+// through a volatile so that no step is fused with the next. Gives the line
+// that gets weight 256 - w and the weight w of the next line of its field
+// (or frame).
+std::pair<int, int> mapLine(int y, int hin, int hout, bool field)
 {
-    const Source head[] = {{1, 3, 0},   {0, 2, 128}, {1, 3, 175}, {2, 4, 175},
-                           {3, 5, 222}, {4, 6, 222}, {7, 9, 14},  {8, 10, 14}};
-    for (int y = 0; y < 8; ++y) {
-        const Source s = mapLine(y, 576, 486, true);
-        EXPECT_EQ(s.a, head[y].a) << y;
-        EXPECT_EQ(s.w, head[y].w) << y;
-    }
-    const Source tail[] = {{571, 573, 33}, {572, 574, 33}, {573, 575, 80}, {574, 576, 0}};
-    for (int y = 482; y < 486; ++y) {
-        const Source s = mapLine(y, 576, 486, true);
-        EXPECT_EQ(s.a, tail[y - 482].a) << y;
-        EXPECT_EQ(s.w, tail[y - 482].w) << y;
+    volatile float r = static_cast<float>(hin) / static_cast<float>(hout);
+    const int step = field ? 2 : 1, parity = field && !(y & 1) ? 1 : 0;
+    const int last = field ? (hin >> 1) - 1 : hin - 1;
+    volatile float product = static_cast<float>(field ? y >> 1 : y) * r;
+    volatile float pos = product + (field ? ((y & 1) ? 0.5f : -0.5f) : 0.0f);
+    const int j = static_cast<int>(pos);
+    volatile float scaled = (pos - static_cast<float>(j)) * 256.0f;
+    const int w = (j < 0 || j >= last) ? 0 : std::clamp(static_cast<int>(scaled), 0, 256);
+    return {step * std::clamp(j, 0, last) + parity, w};
+}
+
+TEST(LineMap, PalToNtscExamples)
+{
+    const struct { bool field; int y, a, w; } cases[] = {{true, 0, 1, 0},      {true, 1, 0, 128},     {true, 2, 1, 175},     {true, 3, 2, 175},
+                 {true, 4, 3, 222},    {true, 5, 4, 222},     {true, 6, 7, 14},      {true, 7, 8, 14},
+                 {true, 482, 571, 33}, {true, 483, 572, 33},  {true, 484, 573, 80},  {true, 485, 574, 0},
+                 {false, 0, 0, 0},     {false, 1, 1, 47},     {false, 2, 2, 94},     {false, 485, 574, 208}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(mapLine(c.y, 576, 486, c.field), std::make_pair(c.a, c.w)) << c.y << (c.field ? " field" : " frame");
     }
     std::set<int> weights;
     for (int y = 0; y < 486; ++y)
-        weights.insert(mapLine(y, 576, 486, true).w);
+        weights.insert(mapLine(y, 576, 486, true).second);
     EXPECT_EQ(weights, (std::set<int>{0, 4, 14, 23, 33, 42, 52, 61, 71, 80, 90, 99, 109, 118,
                                       128, 137, 146, 156, 165, 175, 184, 194, 203, 213, 222, 232, 241, 251}));
-
-    EXPECT_EQ(mapLine(0, 576, 486, false).w, 0);
-    EXPECT_EQ(mapLine(1, 576, 486, false).a, 1);
-    EXPECT_EQ(mapLine(1, 576, 486, false).w, 47);
-    EXPECT_EQ(mapLine(2, 576, 486, false).w, 94);
-    EXPECT_EQ(mapLine(485, 576, 486, false).a, 574);
-    EXPECT_EQ(mapLine(485, 576, 486, false).w, 208);
 }
 
 // PAL to NTSC, heights where a fused multiply-add would move whole lines,
 // 486 to 486 (not a copy), odd widths, odd heights and sizes that only just
-// have a line per field: every output line is the blend the map names.
-TEST_P(ConvertBoth, OutputFollowsTheMapInBothModes)
+// have a line per field. In field mode each line names two lines of one
+// field, so this also shows that the fields never mix. The mode flag is read
+// again at every frame: 0.7 truncates to 0 (frame mode), -1.5 to -1 (field).
+TEST_P(KernelPaths, OutputFollowsTheMapInBothModes)
 {
     std::mt19937 rng(11);
     const int sizes[][3] = {{720, 576, 486}, {720, 45, 486}, {720, 567, 486}, {46, 486, 486}, {19, 577, 486},
                             {10, 2, 5},     {8, 3, 7},       {16, 1000, 37}, {722, 576, 480}};
     for (const auto& size : sizes) {
-        Frame in = randomFrame(rng, size[0], size[1]);
-        SCOPED_TRACE(::testing::Message() << size[0] << "x" << size[1] << " to " << size[2]);
-        expectFollowsMap(in, convertFrame(in, size[2], 1.0f), size[2], true);
-        expectFollowsMap(in, convertFrame(in, size[2], 0.0f), size[2], false);
+        const int words = size[0] >> 1, hin = size[1], hout = size[2];
+        std::vector<uint32_t> in = randomWords(rng, static_cast<std::size_t>(words) * hin);
+        std::vector<uint32_t> out(static_cast<std::size_t>(words) * hout);
+        SCOPED_TRACE(::testing::Message() << size[0] << "x" << hin << " to " << hout);
+        float flag = 1.0f;
+        Convert converter(size[0], hout, 1, &flag);
+        for (float mode : {1.0f, 0.7f, -1.5f}) {
+            flag = mode;
+            converter.DoConvert(in.data(), hin, out.data());
+            const bool field = mode != 0.7f;
+            for (int y = 0; y < hout; ++y) {  // each line the blend the map names
+                const auto [line, w] = mapLine(y, hin, hout, field);
+                const uint32_t* a = &in[std::size_t(line) * words];
+                const uint32_t* b = a + (field ? 2 : 1) * words;
+                for (int i = 0; i < words; ++i)
+                    ASSERT_EQ(out[std::size_t(y) * words + i], w == 0 ? a[i] : blendLanes(b[i], a[i], w))
+                        << (field ? "field" : "frame") << " line " << y << " word " << i;
+            }
+        }
     }
-}
-
-TEST_P(ConvertBoth, FieldsStaySeparate)
-{
-    std::mt19937 rng(3);
-    Frame in = randomFrame(rng, 64, 576);
-    const std::vector<uint32_t> before = convertFrame(in, 486, 1.0f);
-    for (int changedParity = 0; changedParity < 2; ++changedParity) {
-        Frame changed = in;
-        for (int n = changedParity; n < 576; n += 2)
-            for (int i = 0; i < 32; ++i)
-                changed.line(n)[i] ^= 0x5A5A5A5Au;
-        const std::vector<uint32_t> after = convertFrame(changed, 486, 1.0f);
-        // Even output lines come from the odd field, odd ones from the even field.
-        for (int y = changedParity; y < 486; y += 2)
-            for (int i = 0; i < 32; ++i)
-                ASSERT_EQ(after[y * 32 + i], before[y * 32 + i]) << "line " << y;
-    }
-}
-
-TEST_P(ConvertBoth, FlagIsReadAtEveryFrame)
-{
-    std::mt19937 rng(5);
-    Frame in = randomFrame(rng, 32, 60);
-    float flag = 1.0f;
-    Convert converter(32, 50, 1, &flag);
-    std::vector<uint32_t> out(50 * 16);
-    converter.DoConvert(in.words.data(), 60, out.data());
-    expectFollowsMap(in, out, 50, true);
-    flag = 0.7f;  // truncates to 0: frame mode
-    converter.DoConvert(in.words.data(), 60, out.data());
-    expectFollowsMap(in, out, 50, false);
-    flag = -1.5f;
-    converter.DoConvert(in.words.data(), 60, out.data());
-    expectFollowsMap(in, out, 50, true);
 }
 
 // Too short for the mode: the output is left as it was and the input is not
 // touched (a null input would crash on any read).
-TEST_P(ConvertBoth, TooFewInputLinesAreRefused)
+TEST_P(KernelPaths, TooFewInputLinesAreRefused)
 {
-    std::vector<uint32_t> out(8 * 4, 0x11111111u);
-    float field = 1.0f, frame = 0.0f;
-    Convert fieldConverter(8, 8, 1, &field), frameConverter(8, 8, 1, &frame);
-    fieldConverter.DoConvert(nullptr, 1, out.data());
-    fieldConverter.DoConvert(nullptr, 0, out.data());
-    frameConverter.DoConvert(nullptr, 0, out.data());
-    frameConverter.DoConvert(nullptr, -3, out.data());
-    EXPECT_EQ(out, std::vector<uint32_t>(32, 0x11111111u));
+    Guarded<> out(8 * 4);
+    const std::pair<float, int> modeAndLines[] = {{1.0f, 1}, {1.0f, 0}, {0.0f, 0}, {0.0f, -3}};
+    for (auto [mode, lines] : modeAndLines)
+        Convert(8, 8, 1, &mode).DoConvert(nullptr, lines, out.data());
+    EXPECT_TRUE(out.unwritten(0, 32));
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, ConvertBoth, allPaths, pathName);
+// Every kernel-path test of the suite, from all its files.
+INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::Values(KernelPath::reference, KernelPath::sse2, KernelPath::avx2),
+                         [](const auto& info) { return std::string(kernelPathName(info.param)); });
+
+// Two frames a block, each slot longer than its picture: every slot must
+// hold the NTSC frame and its reduction (made band by band, the same as the
+// whole frame converted, then reduced) of its own input frame alone, at the
+// start of the slot, the rest of the slot untouched. Scale 3 reduces nothing;
+// no frames write nothing.
+TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
+{
+    std::mt19937 rng(8);
+    const int sizes[][3] = {{720, 576, 486}, {720, 576, 487}, {722, 300, 485}, {37, 100, 84}, {16, 20, 7}, {8, 8, 3}};
+    for (const auto& size : sizes) {
+        const int width = size[0], palLines = size[1], ntscLines = size[2];
+        const std::size_t palSlot = 4 * std::size_t(width >> 1) * palLines + 64;
+        const std::size_t ntscPicture = 4 * std::size_t(width >> 1) * ntscLines, ntscSlot = ntscPicture + 68;
+        std::vector<uint32_t> pal = randomWords(rng, palSlot / 2);
+        for (int scale : {4, 2, 3}) {
+            SCOPED_TRACE(::testing::Message() << width << "x" << palLines << " to " << ntscLines << " scale " << scale);
+            const std::size_t reducedPicture = scale == 3 ? 0 : 3 * std::size_t(width / scale) * (ntscLines / scale);
+            const std::size_t reducedSlot = (reducedPicture + 23) / 4 * 4;
+            Guarded<unsigned char> ntsc(2 * ntscSlot), reduced(2 * reducedSlot);
+            convert(pal.data(), ntsc.data(), reduced.data(), 0, width, palLines, ntscLines, scale, palSlot, ntscSlot, reducedSlot);
+            ASSERT_TRUE(ntsc.unwritten(0, 2 * ntscSlot) && reduced.unwritten(0, 2 * reducedSlot));
+            convert(pal.data(), ntsc.data(), reduced.data(), 2, width, palLines, ntscLines, scale, palSlot, ntscSlot, reducedSlot);
+            for (std::size_t i = 0; i < 2; ++i) {
+                std::vector<uint32_t> frame(pal.begin() + i * palSlot / 4, pal.end()), ntscFrame(ntscPicture / 4);
+                Guarded<unsigned char> reducedFrame(reducedPicture);
+                float field = 1.0f;
+                Convert(width, ntscLines, 1, &field).DoConvert(frame.data(), palLines, ntscFrame.data());
+                quart q{};
+                if (scale != 3)
+                    scale == 4 ? q.zoomYUVtoQuartRGB(ntscFrame.data(), width, ntscLines, reducedFrame.words())
+                               : q.zoomYUVtoHalfRGB(ntscFrame.data(), width, ntscLines, reducedFrame.words());
+                EXPECT_EQ(std::memcmp(ntsc.data() + i * ntscSlot, ntscFrame.data(), ntscPicture), 0) << "frame " << i;
+                EXPECT_TRUE(std::equal(reducedFrame.data(), reducedFrame.data() + reducedPicture, &reduced[i * reducedSlot]));
+                EXPECT_TRUE(ntsc.unwritten(i * ntscSlot + ntscPicture, (i + 1) * ntscSlot) && ntsc.guardsIntact());
+                EXPECT_TRUE(reduced.unwritten(i * reducedSlot + reducedPicture, (i + 1) * reducedSlot) && reduced.guardsIntact());
+            }
+        }
+    }
+}
 
 } // namespace
