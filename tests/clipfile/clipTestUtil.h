@@ -13,9 +13,10 @@ using namespace tsupport;
 
 constexpr int kSlot = 4096;  // a DescribeSmall frame: exactly one block
 
-// Exposes the header record, for the header operations' own tests.
+// Exposes the header record and descriptor, for the header operations' own tests.
 class TestClip : public vXfsFile {
 public:
+    using vXfsFile::descriptor;
     using vXfsFile::header;
 };
 

@@ -25,10 +25,11 @@ ClipHeader Ntsc(int version)
 std::string ReadHeader(TestClip& clip, const std::string& path, int& result)
 {
     clip.SetName(path.c_str());
-    const int fd = open(path.c_str(), O_RDONLY);
-    EXPECT_GT(fd, 0);
-    const std::string out = StdoutOf([&] { result = clip.ReadHead(fd, clip.header); });
-    close(fd);
+    clip.descriptor = open(path.c_str(), O_RDONLY);
+    EXPECT_GT(clip.descriptor, 0);
+    const std::string out = StdoutOf([&] { result = clip.ReadHead(clip.descriptor, clip.header); });
+    close(clip.descriptor);
+    clip.descriptor = 0;
     return out;
 }
 
@@ -63,9 +64,10 @@ TEST(ClipHeader, EachVersionWritesAndReadsBack)
         clip.SetImageRate(25.0);
         clip.SetInterlacing(2);
         clip.header.version = version;
-        const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        ASSERT_EQ(clip.WriteHead(fd, clip.header), 1);
-        close(fd);
+        clip.descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_EQ(clip.WriteHead(clip.descriptor, clip.header), 1);
+        close(clip.descriptor);
+        clip.descriptor = 0;
         EXPECT_EQ(ReadBytes(path), Ntsc(version).Encode());
 
         TestClip back;
