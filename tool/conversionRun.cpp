@@ -13,6 +13,7 @@
 
 #include "clipfile/vXfsFile.h"
 #include "tool/blockConvert.h"
+#include "tool/blockPipeline.h"
 #include "tool/progress.h"
 
 // What the run refuses, beyond the failures of opening and of the block
@@ -271,8 +272,9 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     // The buffers are allocated here, before any output is opened, so that
     // a refusal leaves the outputs untouched.
     int bufferAlignment = std::max({alignment, memAlignment(palClip), pageSize()});
-    BlockBuffer palBlock, ntscBlock, reducedBlock;
+    BlockBuffer palBlock, palNext, ntscBlock, reducedBlock;
     palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
+    palNext.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
     ntscBlock.Provide(int64_t{blockFrames} * ntscClip.ImageSize(), bufferAlignment);
     if (reducing)
         reducedBlock.Provide(int64_t{blockFrames} * reducedClip.ImageSize(), bufferAlignment);
@@ -304,58 +306,34 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
         bufferAlignment = std::max(bufferAlignment, memAlignment(reducedClip));
     }
     palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
+    palNext.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
     ntscBlock.Provide(int64_t{blockFrames} * ntscSlot, bufferAlignment);
     if (reducing)
         reducedBlock.Provide(int64_t{blockFrames} * reducedSlot, bufferAlignment);
     void* const reducedData = reducing ? reducedBlock.data : nullptr;
 
     Progress progress(frames);
-    auto stopWith = [&progress](const char* message) {
-        progress.Clear();
-        fail("%s", message);
+    BlockSteps steps;
+    steps.read = [&](int first, int last, void* block) {
+        return loadBlock(palClip, first, last, palSlot, block, palPicture);
     };
-    // Writes one converted block; both outputs or the run stops.
-    auto saveBlock = [&](int first, int last) {
+    steps.convert = [&](void* block, int first, int last) {
+        convert(block, ntscBlock.data, reducedData, last - first + 1, width, height, kNtscLines, scale, palSlot,
+                ntscSlot, reducedSlot);
+    };
+    // Both outputs, or the run stops.
+    steps.write = [&](int first, int last) -> const char* {
         if (!ntscClip.PutImagesBlock(first, last, ntscSlot, ntscBlock.data))
-            stopWith("Unable to save NTSC images\n");
+            return "Unable to save NTSC images\n";
         if (reducing && !reducedClip.PutImagesBlock(first, last, reducedSlot, reducedData))
-            stopWith("Unable to scaled images\n");
-    };
-
-    // A straight loop: read, convert, write, then the next block. Reading
-    // block b + 1 on a second thread, into a second input buffer, while
-    // block b was converted and written was tried and measured against this
-    // loop (250 frames of 720x576, ext4 on a virtual disk, the two builds
-    // alternating over 15 rounds, twice): medians of 644 and 600 frames/s
-    // with the read ahead against 699 and 613 without. The conversion is a
-    // few percent of the run, and a read beside a write only shares the
-    // disk's bandwidth, so the extra thread, buffer and ordering rules of
-    // its failures buy nothing here.
-    const int32_t fullBlocks = frames / blockFrames;
-    for (int32_t b = 0; b < fullBlocks; ++b) {
-        const int first = b * blockFrames;
-        const int last = first + blockFrames - 1;
-        if (!loadBlock(palClip, first, last, palSlot, palBlock.data, palPicture))
-            stopWith("Unable to load PAL images\n");
-        convert(palBlock.data, ntscBlock.data, reducedData, blockFrames, width, height, kNtscLines,
-                scale, palSlot, ntscSlot, reducedSlot);
-        saveBlock(first, last);
+            return "Unable to scaled images\n";
         progress.Update(last + 1);
-    }
-
-    // The short block. A failed read drops it without a message of the
-    // run's own, and the run closes normally: the outputs then end after
-    // the last full block.
-    const int32_t done = fullBlocks * blockFrames;
-    if (done < frames) {
-        const int first = done;
-        const int last = frames - 1;
-        if (loadBlock(palClip, first, last, palSlot, palBlock.data, palPicture)) {
-            convert(palBlock.data, ntscBlock.data, reducedData, last - first + 1, width, height,
-                    kNtscLines, scale, palSlot, ntscSlot, reducedSlot);
-            saveBlock(first, last);
-            progress.Update(frames);
-        }
+        return nullptr;
+    };
+    void* const palData[2] = {palBlock.data, palNext.data};
+    if (const char* failure = streamBlocks(frames, blockFrames, palData, steps)) {
+        progress.Clear();
+        fail("%s", failure);
     }
     progress.Clear();
 
@@ -365,6 +343,7 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
         reducedClip.Close();
 
     palBlock.Release();
+    palNext.Release();
     ntscBlock.Release();
     reducedBlock.Release();
 }
