@@ -1,42 +1,29 @@
 // The block loop of the conversion run: reads the input clip block by block,
-// converts each block and writes it, reading the next block on a second
-// thread while the current one is converted.
+// converts each block and writes it, converting a block on a second thread
+// while the next one is read.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <thread>
 
-// Reads one block at a time on a thread of its own, into a buffer that the
-// caller hands over and leaves alone until the read is finished. The thread
-// only fills that buffer and keeps the result; it is the caller that decides
-// what a failed read means, and when to say so.
-class BlockReader {
+// Runs one job at a time on a thread of its own. The block loop gives it
+// nothing but the conversion, which works in memory only: every transfer
+// and every message stays on the loop's own thread.
+class SideJob {
 public:
-    // One block transfer of frames first to last into buffer; true when
-    // every picture of the block came from the file.
-    using Read = std::function<bool(int first, int last, void* buffer)>;
+    SideJob() = default;
+    ~SideJob();  // waits for the job under way
+    SideJob(const SideJob&) = delete;
+    SideJob& operator=(const SideJob&) = delete;
 
-    explicit BlockReader(Read read);
-    ~BlockReader();  // waits for a read under way
-    BlockReader(const BlockReader&) = delete;
-    BlockReader& operator=(const BlockReader&) = delete;
-
-    // Begins reading frames first to last into buffer. A read still under
-    // way is waited for first, and its result is lost.
-    void Start(int first, int last, void* buffer);
-
-    // Waits for the read begun last and gives its result; false when no
-    // read was begun since the last Finish.
-    bool Finish();
+    // Begins the job; one still under way is waited for first.
+    void Start(std::function<void()> job);
+    // Waits for the job under way, if any.
+    void Wait();
 
 private:
-    void Join();
-
-    Read read;
     std::thread worker;
-    bool begun = false;   // a read was begun and not yet finished
-    bool result = false;  // written by the worker, read after joining it
 };
 
 // What the run does with one block of frames first to last.
@@ -51,6 +38,6 @@ struct BlockSteps {
 
 // Streams frames 0 to frames - 1 in blocks of blockFrames (the last block
 // may be shorter), reading into inputs[0] and inputs[1] in turn. Returns
-// null when the run may close normally, else the message that ends it; no
-// read is under way by then.
+// null when the run may close normally, else the message that ends it;
+// nothing runs on the second thread by then.
 const char* streamBlocks(int32_t frames, int blockFrames, void* const inputs[2], const BlockSteps& steps);

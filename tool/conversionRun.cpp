@@ -1,5 +1,6 @@
 #include "tool/conversionRun.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -139,14 +140,48 @@ struct BlockBuffer {
         Release();
         // One transfer's byte count is a 32-bit int.
         void* memory = nullptr;
-        if (size <= 0 || size > INT32_MAX ||
+        if (size <= 0 || size > INT32_MAX)
+            fail("Unable to allocate block buffers (%lld bytes aligned to %d)\n",
+                 static_cast<long long>(size), align);
+        size_t made = static_cast<size_t>(size);
+        if (!largePages(memory, made, align) &&
             posix_memalign(&memory, static_cast<size_t>(align), static_cast<size_t>(size)) != 0)
             fail("Unable to allocate block buffers (%lld bytes aligned to %d)\n",
                  static_cast<long long>(size), align);
-        std::memset(memory, 0, static_cast<size_t>(size));
+        std::memset(memory, 0, made);
         data = memory;
         bytes = size;
         alignment = align;
+    }
+
+    // A buffer of a few megabytes in large pages: each of its small pages
+    // would otherwise be a fault of its own when the buffer is cleared, and
+    // on this kind of virtual machine that took 11 to 15 ms per 4 MB
+    // buffer, a tenth of a 250-frame run for the four buffers; in 2 MB pages
+    // it takes under 1 ms. The buffer is aligned to the large page and its
+    // size rounded up to whole large pages (`made`), so that the system can
+    // back it with them. Gives false, with nothing allocated, where that is
+    // not to be had; the caller then allocates as usual.
+    static bool largePages(void*& memory, size_t& made, int align)
+    {
+#if defined(MADV_HUGEPAGE)
+        constexpr size_t largePage = size_t{2} << 20;
+        if (made < largePage || static_cast<size_t>(align) > largePage)
+            return false;
+        const size_t rounded = (made + largePage - 1) / largePage * largePage;
+        void* block = nullptr;
+        if (posix_memalign(&block, largePage, rounded) != 0)
+            return false;
+        madvise(block, rounded, MADV_HUGEPAGE);  // a hint; refused is fine
+        memory = block;
+        made = rounded;
+        return true;
+#else
+        (void)memory;
+        (void)made;
+        (void)align;
+        return false;
+#endif
     }
 
     void Release()
