@@ -347,6 +347,8 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
         reducedBlock.Provide(int64_t{blockFrames} * reducedSlot, bufferAlignment);
     void* const reducedData = reducing ? reducedBlock.data : nullptr;
 
+    // The block loop (tool/blockPipeline.h) converts a block on a second
+    // thread while it reads the next; reads, writes and messages stay here.
     Progress progress(frames);
     BlockSteps steps;
     steps.read = [&](int first, int last, void* block) {
