@@ -91,6 +91,8 @@ void Convert::ConvertLines(int from, int to)
         }
     };
 
+    // The kernels of the path in use, looked up once for all the lines.
+    MixLineKernel* const* kernels = activeMixLineKernels();
     for (int y = from; y < to; ++y) {
         int m = y;
         float offset = 0.0f;
@@ -141,13 +143,13 @@ void Convert::ConvertLines(int from, int to)
         if (w == 0) {
             // The copy kernel does not read its first line; line B may lie
             // past the frame here, so its address is not even formed.
-            getMixLine(0)(lineA, lineA, out, L);
+            kernels[0](lineA, lineA, out, L);
             continue;
         }
         uint32_t* lineB = lineA + static_cast<std::size_t>(step) * stride;
         if (w <= 128)
-            getMixLine(w)(lineB, lineA, out, L);
+            kernels[w](lineB, lineA, out, L);
         else
-            getMixLine(256 - w)(lineA, lineB, out, L);
+            kernels[256 - w](lineA, lineB, out, L);
     }
 }
