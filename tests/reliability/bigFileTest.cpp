@@ -1,67 +1,44 @@
-// Clips past 4 GiB: frames placed by 64-bit positions. The file is sparse;
-// only the few frames written take disk space.
-#include "reliabilityUtil.h"
-
+// Clips past 4 GiB: frames are placed by 64-bit positions. The file is
+// sparse; only the frames written take disk space.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "clipfile/vXfsFile.h"
+#include "tests/common/testSupport.h"
 
 namespace {
 
-constexpr int64_t k4GiB = int64_t{1} << 32;
+using Aligned = std::unique_ptr<unsigned char[], void (*)(void*)>;
 
-struct FreeDeleter {
-    void operator()(void* p) const { std::free(p); }
-};
-using Aligned = std::unique_ptr<unsigned char, FreeDeleter>;
-
+// n bytes on a page boundary, as direct transfers need them, with a pattern
+// that differs from seed to seed.
 Aligned alignedBytes(size_t n, unsigned seed)
 {
     void* p = nullptr;
     if (posix_memalign(&p, 4096, n) != 0)
-        return Aligned();
+        std::abort();
     auto* b = static_cast<unsigned char*>(p);
     for (size_t i = 0; i < n; ++i)
         b[i] = static_cast<unsigned char>((i * 31 + (i >> 11) + seed * 97) & 0xFF);
-    return Aligned(b);
-}
-
-std::vector<unsigned char> preadAt(int fd, int64_t pos, size_t n)
-{
-    std::vector<unsigned char> out(n);
-    size_t done = 0;
-    while (done < n) {
-        const ssize_t r = pread(fd, out.data() + done, n - done, pos + static_cast<int64_t>(done));
-        if (r <= 0)
-            break;
-        done += static_cast<size_t>(r);
-    }
-    out.resize(done);
-    return out;
-}
-
-bool sameBytes(const std::vector<unsigned char>& a, const unsigned char* b, size_t n)
-{
-    return a.size() == n && std::memcmp(a.data(), b, n) == 0;
+    return Aligned(b, std::free);
 }
 
 TEST(BigFile, FramesBeyond4GiBLandAtTheir64BitPositions)
 {
-    rel::ScratchDir dir;
-    const std::string path = dir.File("big.clip");
-
-    // 720 x 576 4:2:2 frames in 4096-byte blocks: slots of 831488 bytes.
-    // Frame 5200 starts past 4 GiB; frame x slot no longer fits in 32 bits.
-    constexpr int kFrames = 5300;
-    constexpr int kFirst = 5290;
-    int slot = 0;
-    int64_t dataOffset = 0;
+    tsupport::ScratchDir dir;
+    const std::string path = dir / "big.clip";
+    // 720 x 576 4:2:2 frames in 4096-byte blocks: slots of 831488 bytes, so
+    // frame x slot no longer fits in 32 bits from frame 5166 on.
+    constexpr int kFrames = 5300, kFirst = 5290;
+    constexpr size_t kSlot = 831488, kFour = 4 * kSlot;
+    const Aligned written = alignedBytes(kFour, 1);
+    int64_t at = 0;  // where frame kFirst starts
     {
         vXfsFile clip;
         clip.SetName(path.c_str());
@@ -69,68 +46,47 @@ TEST(BigFile, FramesBeyond4GiBLandAtTheir64BitPositions)
         clip.SetImageFormat(DM_IMAGE_PACKING_CbYCrY);
         clip.SetImageLenght(kFrames);
         ASSERT_TRUE(clip.Open("w"));
+        int slot = 0;
         ASSERT_TRUE(clip.GetImageSize(0, slot));
-        ASSERT_EQ(slot, 831488);
-        dataOffset = clip.DataOffset();
-        const int64_t end = dataOffset + int64_t{kFrames} * slot;
-        ASSERT_GT(dataOffset + int64_t{kFirst} * slot, k4GiB);
-        // Sparse: the length without the space.
-        const int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-        ASSERT_GE(fd, 0);
-        if (ftruncate(fd, end) != 0) {
-            close(fd);
-            GTEST_SKIP() << "this file system cannot hold a file of " << end << " bytes";
-        }
-        close(fd);
-
-        Aligned one = alignedBytes(static_cast<size_t>(slot), 1);
-        Aligned three = alignedBytes(3 * static_cast<size_t>(slot), 2);
-        ASSERT_TRUE(clip.PutImage(kFirst, one.get(), slot));
-        ASSERT_TRUE(clip.PutImagesBlock(kFirst + 1, kFirst + 3, slot, three.get()));
-        ASSERT_TRUE(clip.PutImage(kFrames - 1, one.get(), slot));
+        ASSERT_EQ(slot, int(kSlot));
+        at = clip.DataOffset() + int64_t{kFirst} * slot;
+        ASSERT_GT(at, int64_t{1} << 32);
+        if (truncate(path.c_str(), clip.DataOffset() + int64_t{kFrames} * slot) != 0)
+            GTEST_SKIP() << "this file system cannot hold a clip past 4 GiB";
+        ASSERT_TRUE(clip.PutImage(kFirst, written.get(), slot));
+        ASSERT_TRUE(clip.PutImagesBlock(kFirst + 1, kFirst + 3, slot, written.get() + kSlot));
         clip.Close();
-
-        // Every byte where it belongs, read back with plain positioned reads.
-        const int rd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        ASSERT_GE(rd, 0);
-        EXPECT_TRUE(sameBytes(preadAt(rd, dataOffset + int64_t{kFirst} * slot, slot), one.get(), slot));
-        EXPECT_TRUE(sameBytes(preadAt(rd, dataOffset + int64_t{kFirst + 1} * slot, 3 * size_t(slot)),
-                              three.get(), 3 * size_t(slot)));
-        EXPECT_TRUE(sameBytes(preadAt(rd, dataOffset + int64_t{kFrames - 1} * slot, slot), one.get(), slot));
-        // Nothing where a 32-bit position would have put the frames.
-        const std::vector<unsigned char> wrapped =
-            preadAt(rd, (dataOffset + int64_t{kFirst} * slot) % k4GiB, 4 * size_t(slot));
-        EXPECT_EQ(std::vector<unsigned char>(wrapped.size(), 0), wrapped);
-        struct stat st;
-        ASSERT_EQ(fstat(rd, &st), 0);
-        EXPECT_EQ(st.st_size, dataOffset + int64_t{kFrames} * slot);
-        EXPECT_LT(int64_t{st.st_blocks} * 512, 16 << 20) << "written somewhere else as well";
-        close(rd);
     }
 
-    // And the clip store reads them back from there.
+    // The four frames lie at their positions, and nothing where 32-bit
+    // positions would have put them.
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    std::vector<unsigned char> got(kFour);
+    EXPECT_EQ(pread(fd, got.data(), kFour, at), ssize_t(kFour));
+    EXPECT_EQ(std::memcmp(got.data(), written.get(), kFour), 0);
+    EXPECT_EQ(pread(fd, got.data(), kFour, at % (int64_t{1} << 32)), ssize_t(kFour));
+    EXPECT_EQ(std::count(got.begin(), got.end(), 0), ptrdiff_t(kFour)) << "written at a wrapped position";
+    struct stat st;
+    EXPECT_EQ(fstat(fd, &st), 0);
+    close(fd);
+    EXPECT_LT(int64_t{st.st_blocks} * 512, 16 << 20) << "written somewhere else as well";
+
+    // And the clip store reads them back from there, by every transfer.
     vXfsFile clip;
     clip.SetName(path.c_str());
     ASSERT_TRUE(clip.Open("r"));
     EXPECT_EQ(clip.GetNumFrames(), kFrames);
-    Aligned expectOne = alignedBytes(static_cast<size_t>(slot), 1);
-    Aligned expectThree = alignedBytes(3 * static_cast<size_t>(slot), 2);
-    Aligned got = alignedBytes(3 * static_cast<size_t>(slot), 9);
-    ASSERT_TRUE(clip.GetImage(kFirst, got.get(), slot));
-    EXPECT_EQ(std::memcmp(got.get(), expectOne.get(), size_t(slot)), 0);
-    ASSERT_TRUE(clip.GetImagesBlock(kFirst + 1, kFirst + 3, slot, got.get()));
-    EXPECT_EQ(clip.LastTransferBytes(), 3 * int64_t{slot});
-    EXPECT_EQ(std::memcmp(got.get(), expectThree.get(), 3 * size_t(slot)), 0);
-    ASSERT_TRUE(clip.GetImage(kFrames - 1, got.get(), slot));
-    EXPECT_EQ(std::memcmp(got.get(), expectOne.get(), size_t(slot)), 0);
-
-    // The vector transfer places its frames by the same positions.
-    Aligned a = alignedBytes(static_cast<size_t>(slot), 5);
-    Aligned b = alignedBytes(static_cast<size_t>(slot), 6);
+    const Aligned read = alignedBytes(kFour, 2);
+    ASSERT_TRUE(clip.GetImagesBlock(kFirst, kFirst + 3, int(kSlot), read.get()));
+    EXPECT_EQ(std::memcmp(read.get(), written.get(), kFour), 0);
+    ASSERT_TRUE(clip.GetImage(kFirst + 3, read.get(), int(kSlot)));
+    EXPECT_EQ(std::memcmp(read.get(), written.get() + 3 * kSlot, kSlot), 0);
+    const Aligned a = alignedBytes(kSlot, 3), b = alignedBytes(kSlot, 4);
     void* frames[2] = {a.get(), b.get()};
-    ASSERT_TRUE(clip.GetImagesVector(kFirst, kFirst + 1, frames));
-    EXPECT_EQ(std::memcmp(a.get(), expectOne.get(), size_t(slot)), 0);
-    EXPECT_EQ(std::memcmp(b.get(), expectThree.get(), size_t(slot)), 0);
+    ASSERT_TRUE(clip.GetImagesVector(kFirst + 1, kFirst + 2, frames));
+    EXPECT_EQ(std::memcmp(a.get(), written.get() + kSlot, kSlot), 0);
+    EXPECT_EQ(std::memcmp(b.get(), written.get() + 2 * kSlot, kSlot), 0);
     clip.Close();
 }
 
