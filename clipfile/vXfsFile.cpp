@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "device/assertions.h"
 
@@ -644,6 +645,29 @@ int64_t vXfsFile::FileSizeBytes() const
 // d_maxiosz. A read that meets the end of the file stops there and still
 // succeeds (lastTransferBytes tells how much came); a short write is carried
 // on until all is written or the system reports why not.
+void vXfsFile::HoldReports(bool hold)
+{
+    holdReports = hold;
+}
+
+void vXfsFile::ReleaseReports()
+{
+    for (const std::string& line : heldReports)
+        std::fputs(line.c_str(), stderr);
+    heldReports.clear();
+}
+
+// A failed system call of a transfer: "text: system error" on standard
+// error, as perror writes it, now or when the held reports are released.
+void vXfsFile::ReportSystemError(const char* text)
+{
+    if (!holdReports) {
+        std::perror(text);
+        return;
+    }
+    heldReports.push_back(std::string(text) + ": " + std::strerror(errno) + "\n");
+}
+
 int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
                               const char* failure)
 {
@@ -680,7 +704,7 @@ int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t p
         if (r < 0) {
             if (errno == EINTR)
                 continue;
-            std::perror(failure);
+            ReportSystemError(failure);
             result = 0;
             break;
         }
@@ -688,7 +712,7 @@ int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t p
             if (!writing)
                 break;  // end of file
             errno = EIO;
-            std::perror(failure);
+            ReportSystemError(failure);
             result = 0;
             break;
         }

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "device/vStorageDevice.h"
 #include "platform/dmParams.h"
@@ -110,6 +112,14 @@ public:
     // still succeeds, so a caller that must notice a truncated clip compares
     // this with what it asked for.
     int64_t LastTransferBytes() const { return lastTransferBytes; }
+    // Holding reports back: while held, the system-error lines of failed
+    // frame transfers are kept instead of printed, and ReleaseReports prints
+    // them, in order, when the caller reaches the point where it wants them
+    // seen (a reader working ahead of a writer shows a read's failure where
+    // the read would have been made). Held reports never released are lost.
+    void HoldReports(bool hold);
+    void ReleaseReports();
+
     // Size in bytes of the open clip's file; -1 when not open.
     int64_t FileSizeBytes() const;
 
@@ -146,6 +156,8 @@ protected:
     int32_t dataOffset = 4096;
     int64_t lastTransferBytes = 0;
     bool directIO = false;  // descriptor switched to unbuffered transfers
+    bool holdReports = false;
+    std::vector<std::string> heldReports;
 
 private:
     int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
@@ -153,6 +165,7 @@ private:
     int VectorTransfer(bool writing, int first, int last, void** data);
     int ChangeHeaderField(int order, int32_t value);
     int CheckLayout(const char* operation);
+    void ReportSystemError(const char* text);
     int FramesClearOfHeader(int32_t version, const char* operation);
     void CloseDescriptor();
 };

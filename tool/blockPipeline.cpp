@@ -51,9 +51,9 @@ void SideJob::Wait()
 // of a full block ends the run with its message once the block before it is
 // written (whose own failures end the run first); a failed read of the short
 // block drops it without a message, and the run closes normally with the
-// outputs ending after the last full block. What moves is the clip store's
-// own line for a failed read, on standard error, which comes before the
-// block before it is written rather than after.
+// outputs ending after the last full block. The clip store's own line for a
+// failed read (standard error) is held with the read and shown at that same
+// point, so the messages are those of the loop without overlap, in its order.
 const char* streamBlocks(int32_t frames, int blockFrames, void* const inputs[2], const BlockSteps& steps)
 {
     if (frames <= 0 || blockFrames <= 0)
@@ -68,6 +68,8 @@ const char* streamBlocks(int32_t frames, int blockFrames, void* const inputs[2],
     for (int32_t b = 0; b < blocks; ++b) {
         const int first = firstOf(b);
         const int last = lastOf(b);
+        if (steps.reportRead)
+            steps.reportRead();
         if (!loaded)
             return b < fullBlocks ? "Unable to load PAL images\n" : nullptr;
         void* const block = inputs[b & 1];

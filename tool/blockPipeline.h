@@ -28,8 +28,12 @@ private:
 
 // What the run does with one block of frames first to last.
 struct BlockSteps {
-    // Reads the block into buffer; true when every picture came in.
+    // Reads the block into buffer; true when every picture came in. What a
+    // failed read has to say is held until `reportRead`.
     std::function<bool(int first, int last, void* buffer)> read;
+    // Shows what the last read had to say; called where a loop without
+    // overlap would have made that read (after the block before is written).
+    std::function<void()> reportRead;
     // Converts the block held in buffer into the run's output blocks.
     std::function<void(void* buffer, int first, int last)> convert;
     // Writes the converted block: null, or the message that ends the run.

@@ -351,9 +351,13 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     // thread while it reads the next; reads, writes and messages stay here.
     Progress progress(frames);
     BlockSteps steps;
+    // The next block is read while the one before is converted; the store's
+    // messages about a failed read are held until the loop reaches it.
+    palClip.HoldReports(true);
     steps.read = [&](int first, int last, void* block) {
         return loadBlock(palClip, first, last, palSlot, block, palPicture);
     };
+    steps.reportRead = [&] { palClip.ReleaseReports(); };
     steps.convert = [&](void* block, int first, int last) {
         convert(block, ntscBlock.data, reducedData, last - first + 1, width, height, kNtscLines, scale, palSlot,
                 ntscSlot, reducedSlot);

@@ -145,3 +145,27 @@ TEST(ClipTransfer, ReadsAtTheEndOfTheFile)
     ASSERT_EQ(clip.GetImage(4, in.Data(), kSlot), 1);
     EXPECT_EQ(clip.LastTransferBytes(), 0);
 }
+
+// A reader that works ahead holds the store's line about a failed read and
+// shows it later, word for word as it would have come.
+TEST(ClipTransfer, HeldReportsComeOutWhenReleased)
+{
+    ScratchDir dir;
+    TestClip clip;
+    OpenSmall(clip, dir / "held.clip", 2);
+    AlignedBuffer in(kSlot);
+    ASSERT_EQ(clip.PutImage(0, in.Data(), kSlot), 1);
+    const int readable = clip.descriptor;
+    clip.descriptor = open((dir / "held.clip").c_str(), O_WRONLY);  // reads fail: EBADF
+    ASSERT_GT(clip.descriptor, 0);
+    clip.HoldReports(true);
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(clip.GetImagesBlock(0, 0, kSlot, in.Data()), 0); }), "");
+    EXPECT_EQ(StderrOf([&] { clip.ReleaseReports(); }),
+              "Unable to read data [vXfsFile::GetImagesBlock]: Bad file descriptor\n");
+    EXPECT_EQ(StderrOf([&] { clip.ReleaseReports(); }), "");  // shown once
+    clip.HoldReports(false);
+    EXPECT_EQ(StderrOf([&] { clip.GetImagesBlock(0, 0, kSlot, in.Data()); }),
+              "Unable to read data [vXfsFile::GetImagesBlock]: Bad file descriptor\n");
+    close(clip.descriptor);
+    clip.descriptor = readable;
+}

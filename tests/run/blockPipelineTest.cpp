@@ -24,6 +24,8 @@ std::string span(int first, int last) { return std::to_string(first) + "-" + std
 class FakeRun {
 public:
     std::set<int> failingReads;  // first frames of blocks whose read fails
+    bool lastReadFailed = false;
+    std::string heldReport;
     int failingWrite = -1;       // first frame of the block whose write fails
 
     const char* Stream(int32_t frames, int blockFrames)
@@ -34,7 +36,16 @@ public:
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
             std::memcpy(buffer, &first, sizeof first);
             Log("read " + span(first, last));
-            return failingReads.count(first) == 0;
+            lastReadFailed = failingReads.count(first) != 0;
+            if (lastReadFailed)
+                heldReport = "report " + span(first, last);
+            return !lastReadFailed;
+        };
+        // The store's line about a failed read, held with the read.
+        steps.reportRead = [this] {
+            if (!heldReport.empty())
+                Log(heldReport);
+            heldReport.clear();
         };
         steps.convert = [this](void* buffer, int first, int last) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -127,6 +138,9 @@ TEST(BlockPipeline, FailedReadEndsTheRunOnlyAfterTheBlockBeforeIsWritten)
     EXPECT_EQ(run.Steps("convert "), Blocks{"0-4"});
     EXPECT_EQ(run.Steps("write "), Blocks{"0-4"});
     EXPECT_LT(run.At("write 0-4"), run.events.size());
+    // The failed read's own line shows where a plain loop would have read.
+    EXPECT_EQ(run.Steps("report "), Blocks{"5-9"});
+    EXPECT_LT(run.At("write 0-4"), run.At("report 5-9"));
     // Nothing of the run goes on past the failed block, not even a read.
     EXPECT_EQ(run.Steps("begin read "), (Blocks{"0-4", "5-9"}));
 
@@ -164,6 +178,7 @@ TEST(BlockPipeline, WriteFailureComesFirstAndNothingOutlivesIt)
     EXPECT_EQ(run.Steps("convert "), (Blocks{"0-4", "5-9"}));
     EXPECT_EQ(run.Steps("read "), (Blocks{"0-4", "5-9", "10-14"}));
     EXPECT_EQ(run.events.back(), "write 5-9");
+    EXPECT_TRUE(run.Steps("report ").empty());  // that read was never the loop's
 }
 
 } // namespace
