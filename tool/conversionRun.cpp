@@ -307,12 +307,16 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     // The buffers are allocated here, before any output is opened, so that
     // a refusal leaves the outputs untouched.
     int bufferAlignment = std::max({alignment, memAlignment(palClip), pageSize()});
+    // A clip shorter than one block never fills a whole block buffer: the
+    // buffers hold no more frames than the clip has (at least one), while
+    // the blocks themselves stay as large as one transfer allows.
+    const int bufferFrames = static_cast<int>(std::clamp<int64_t>(frames, 1, blockFrames));
     BlockBuffer palBlock, palNext, ntscBlock, reducedBlock;
-    palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
-    palNext.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
-    ntscBlock.Provide(int64_t{blockFrames} * ntscClip.ImageSize(), bufferAlignment);
+    palBlock.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
+    palNext.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
+    ntscBlock.Provide(int64_t{bufferFrames} * ntscClip.ImageSize(), bufferAlignment);
     if (reducing)
-        reducedBlock.Provide(int64_t{blockFrames} * reducedClip.ImageSize(), bufferAlignment);
+        reducedBlock.Provide(int64_t{bufferFrames} * reducedClip.ImageSize(), bufferAlignment);
 
     if (!ntscClip.Open("w"))
         fail("Unable to open NTSC file\n");
@@ -340,11 +344,11 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
             fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
         bufferAlignment = std::max(bufferAlignment, memAlignment(reducedClip));
     }
-    palBlock.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
-    palNext.Provide(int64_t{blockFrames} * palSlot, bufferAlignment);
-    ntscBlock.Provide(int64_t{blockFrames} * ntscSlot, bufferAlignment);
+    palBlock.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
+    palNext.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
+    ntscBlock.Provide(int64_t{bufferFrames} * ntscSlot, bufferAlignment);
     if (reducing)
-        reducedBlock.Provide(int64_t{blockFrames} * reducedSlot, bufferAlignment);
+        reducedBlock.Provide(int64_t{bufferFrames} * reducedSlot, bufferAlignment);
     void* const reducedData = reducing ? reducedBlock.data : nullptr;
 
     // The block loop (tool/blockPipeline.h) converts a block on a second
