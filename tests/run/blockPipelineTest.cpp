@@ -5,66 +5,69 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <mutex>
-#include <set>
-#include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "tool/blockPipeline.h"
 
 namespace {
 
-std::string span(int first, int last) { return std::to_string(first) + "-" + std::to_string(last); }
+using Blocks = std::vector<std::string>;
+
+std::string Span(int first, int last) { return std::to_string(first) + "-" + std::to_string(last); }
 
 // Records every step as it happens. Reads and conversions are slow, so that
 // a loop which did not wait for a conversion would write before it ended,
 // and one that read into the buffer being converted would be seen.
-class FakeRun {
-public:
-    std::set<int> failingReads;  // first frames of blocks whose read fails
-    bool lastReadFailed = false;
-    std::string heldReport;
+struct FakeRun {
+    int failingRead = -1;        // first frame of the block whose read fails
     int failingWrite = -1;       // first frame of the block whose write fails
+    std::string heldReport;
+    std::vector<std::string> events;
+    std::mutex mutex;
+    int buffers[2] = {-1, -1};
+
+    void Log(const std::string& event)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        events.push_back(event);
+    }
 
     const char* Stream(int32_t frames, int blockFrames)
     {
         BlockSteps steps;
         steps.read = [this](int first, int last, void* buffer) {
-            Log("begin read " + span(first, last));
+            Log("begin read " + Span(first, last));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            std::memcpy(buffer, &first, sizeof first);
-            Log("read " + span(first, last));
-            lastReadFailed = failingReads.count(first) != 0;
-            if (lastReadFailed)
-                heldReport = "report " + span(first, last);
-            return !lastReadFailed;
+            *static_cast<int*>(buffer) = first;
+            Log("read " + Span(first, last));
+            heldReport = first == failingRead ? "report " + Span(first, last) : "";
+            return heldReport.empty();
         };
         // The store's line about a failed read, held with the read.
         steps.reportRead = [this] {
             if (!heldReport.empty())
-                Log(heldReport);
-            heldReport.clear();
+                Log(std::exchange(heldReport, ""));
         };
+        // A conversion from a stale buffer shows as "of block n".
         steps.convert = [this](void* buffer, int first, int last) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            int held = -1;
-            std::memcpy(&held, buffer, sizeof held);
-            Log("convert " + span(first, last) + (held == first ? "" : " of block " + std::to_string(held)));
+            const int held = *static_cast<int*>(buffer);
+            Log("convert " + Span(first, last) + (held == first ? "" : " of block " + std::to_string(held)));
         };
         steps.write = [this](int first, int last) -> const char* {
-            Log("write " + span(first, last));
+            Log("write " + Span(first, last));
             return first == failingWrite ? "write failed\n" : nullptr;
         };
-        void* const inputs[2] = {buffers[0], buffers[1]};
+        void* const inputs[2] = {&buffers[0], &buffers[1]};
         return streamBlocks(frames, blockFrames, inputs, steps);
     }
 
     // The events that start with prefix, without it.
-    std::vector<std::string> Steps(const std::string& prefix) const
+    Blocks Steps(const std::string& prefix) const
     {
-        std::vector<std::string> found;
+        Blocks found;
         for (const std::string& e : events)
             if (e.rfind(prefix, 0) == 0)
                 found.push_back(e.substr(prefix.size()));
@@ -76,109 +79,57 @@ public:
     {
         return size_t(std::find(events.begin(), events.end(), event) - events.begin());
     }
-
-    // Each block is converted between its read and its write, and the disk
-    // never has a read beside a write: the read of a block begins after the
-    // write two blocks back and ends before the one just before.
-    void ExpectOrder(const std::vector<std::string>& blocks) const
-    {
-        for (size_t b = 0; b < blocks.size(); ++b) {
-            SCOPED_TRACE(blocks[b]);
-            EXPECT_LT(At("read " + blocks[b]), At("convert " + blocks[b]));
-            EXPECT_LT(At("convert " + blocks[b]), At("write " + blocks[b]));
-            if (b >= 1) {
-                EXPECT_LT(At("read " + blocks[b]), At("write " + blocks[b - 1]));
-            }
-            if (b >= 2) {
-                EXPECT_GT(At("begin read " + blocks[b]), At("write " + blocks[b - 2]));
-            }
-        }
-    }
-
-    std::vector<std::string> events;
-
-private:
-    void Log(const std::string& event)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        events.push_back(event);
-    }
-
-    std::mutex mutex;
-    int buffers[2][1] = {{-1}, {-1}};
 };
-
-using Blocks = std::vector<std::string>;
 
 TEST(BlockPipeline, EveryBlockOnceInOrderFromItsOwnBuffer)
 {
-    struct Case {
-        int32_t frames;
-        int blockFrames;
-        Blocks blocks;
-    };
-    for (const Case& c : {Case{12, 5, {"0-4", "5-9", "10-11"}}, Case{10, 5, {"0-4", "5-9"}},
-                          Case{3, 5, {"0-2"}}, Case{7, 1, {"0-0", "1-1", "2-2", "3-3", "4-4", "5-5", "6-6"}},
-                          Case{0, 5, {}}}) {
+    struct Case { int32_t frames; int blockFrames; Blocks blocks; };
+    for (const Case& c : {Case{12, 5, {"0-4", "5-9", "10-11"}}, Case{10, 5, {"0-4", "5-9"}}, Case{3, 5, {"0-2"}},
+                          Case{7, 1, {"0-0", "1-1", "2-2", "3-3", "4-4", "5-5", "6-6"}}, Case{0, 5, {}}}) {
         SCOPED_TRACE(std::to_string(c.frames) + " frames by " + std::to_string(c.blockFrames));
         FakeRun run;
         EXPECT_EQ(run.Stream(c.frames, c.blockFrames), nullptr);
-        EXPECT_EQ(run.Steps("read "), c.blocks);
-        EXPECT_EQ(run.Steps("convert "), c.blocks);  // a stale buffer shows as "of block n"
-        EXPECT_EQ(run.Steps("write "), c.blocks);
-        run.ExpectOrder(c.blocks);
+        for (const char* step : {"read ", "convert ", "write "})
+            EXPECT_EQ(run.Steps(step), c.blocks) << step;
+        // Each block is converted between its read and its write, and the
+        // disk never has a read beside a write: the read of a block begins
+        // after the write two blocks back and ends before the one just before.
+        for (size_t b = 0; b < c.blocks.size(); ++b) {
+            const size_t convert = run.At("convert " + c.blocks[b]);
+            EXPECT_TRUE(run.At("read " + c.blocks[b]) < convert && convert < run.At("write " + c.blocks[b])) << b;
+            EXPECT_TRUE(b < 1 || run.At("read " + c.blocks[b]) < run.At("write " + c.blocks[b - 1])) << b;
+            EXPECT_TRUE(b < 2 || run.At("begin read " + c.blocks[b]) > run.At("write " + c.blocks[b - 2])) << b;
+        }
     }
 }
 
-TEST(BlockPipeline, FailedReadEndsTheRunOnlyAfterTheBlockBeforeIsWritten)
+TEST(BlockPipeline, FailedReadReportedAfterTheBlockBeforeIsWrittenAndWriteFailureFirst)
 {
-    FakeRun run;
-    run.failingReads = {5};
-    EXPECT_STREQ(run.Stream(17, 5), "Unable to load PAL images\n");
-    EXPECT_EQ(run.Steps("convert "), Blocks{"0-4"});
-    EXPECT_EQ(run.Steps("write "), Blocks{"0-4"});
-    EXPECT_LT(run.At("write 0-4"), run.events.size());
-    // The failed read's own line shows where a plain loop would have read.
-    EXPECT_EQ(run.Steps("report "), Blocks{"5-9"});
-    EXPECT_LT(run.At("write 0-4"), run.At("report 5-9"));
-    // Nothing of the run goes on past the failed block, not even a read.
-    EXPECT_EQ(run.Steps("begin read "), (Blocks{"0-4", "5-9"}));
-
-    FakeRun first;
-    first.failingReads = {0};
-    EXPECT_STREQ(first.Stream(17, 5), "Unable to load PAL images\n");
-    EXPECT_EQ(first.Steps("begin read "), Blocks{"0-4"});
-    EXPECT_TRUE(first.Steps("convert ").empty());
-    EXPECT_TRUE(first.Steps("write ").empty());
+    // A failed read of a full block ends the run; of the short block, it
+    // drops that block quietly. Either way the read's own line comes where a
+    // plain loop would have read, and nothing goes on past it, not even a
+    // read. A write that fails ends the run first, even when the read made
+    // ahead of it failed too: that read was never the loop's to report.
+    struct Case { int32_t frames; std::string failedRead; int failingWrite; std::string message; Blocks written; };
+    const std::string load = "Unable to load PAL images\n";
+    for (const Case& c : {Case{17, "5-9", -1, load, {"0-4"}}, Case{17, "0-4", -1, load, {}},
+                          Case{12, "10-11", -1, "", {"0-4", "5-9"}}, Case{3, "0-2", -1, "", {}},
+                          Case{17, "10-14", 5, "write failed\n", {"0-4", "5-9"}}}) {
+        SCOPED_TRACE(c.failedRead + " of " + std::to_string(c.frames));
+        FakeRun run;
+        run.failingRead = std::stoi(c.failedRead);
+        run.failingWrite = c.failingWrite;
+        const char* message = run.Stream(c.frames, 5);
+        EXPECT_EQ(message ? message : "", c.message);
+        EXPECT_EQ(run.Steps("convert "), c.written);
+        EXPECT_EQ(run.Steps("write "), c.written);
+        Blocks begun = c.written;
+        begun.push_back(c.failedRead);
+        EXPECT_EQ(run.Steps("begin read "), begun);
+        const bool reported = c.failingWrite < 0;
+        EXPECT_EQ(run.Steps("report "), reported ? Blocks{c.failedRead} : Blocks{});
+        EXPECT_EQ(run.events.back(), reported ? "report " + c.failedRead : "write " + c.written.back());
+    }
 }
 
-TEST(BlockPipeline, FailedReadOfTheShortBlockDropsItQuietly)
-{
-    FakeRun run;
-    run.failingReads = {10};
-    EXPECT_EQ(run.Stream(12, 5), nullptr);
-    EXPECT_EQ(run.Steps("write "), (Blocks{"0-4", "5-9"}));
-    EXPECT_EQ(run.Steps("convert "), (Blocks{"0-4", "5-9"}));
-
-    FakeRun alone;  // a clip shorter than one block
-    alone.failingReads = {0};
-    EXPECT_EQ(alone.Stream(3, 5), nullptr);
-    EXPECT_TRUE(alone.Steps("write ").empty());
-}
-
-TEST(BlockPipeline, WriteFailureComesFirstAndNothingOutlivesIt)
-{
-    // Block 5-9 fails to write after the next block, read ahead, failed too:
-    // the write's message ends the run, and nothing runs on after it.
-    FakeRun run;
-    run.failingWrite = 5;
-    run.failingReads = {10};
-    EXPECT_STREQ(run.Stream(17, 5), "write failed\n");
-    EXPECT_EQ(run.Steps("write "), (Blocks{"0-4", "5-9"}));
-    EXPECT_EQ(run.Steps("convert "), (Blocks{"0-4", "5-9"}));
-    EXPECT_EQ(run.Steps("read "), (Blocks{"0-4", "5-9", "10-14"}));
-    EXPECT_EQ(run.events.back(), "write 5-9");
-    EXPECT_TRUE(run.Steps("report ").empty());  // that read was never the loop's
-}
-
-} // namespace
+}  // namespace

@@ -1,0 +1,69 @@
+// The built executables and generated clips for the end-to-end suite. Clip
+// files are made byte by byte, so the tests do not trust the code they check
+// to write their input.
+#pragma once
+
+#include <random>
+
+#include "tests/common/testSupport.h"
+
+namespace run {
+
+using namespace tsupport;
+
+inline RunResult Run(const char* program, std::vector<std::string> args)
+{
+    args.insert(args.begin(), program);
+    return RunProgram(program, args);
+}
+inline RunResult Tool(std::vector<std::string> args) { return Run(PAL2NTSC_BIN, std::move(args)); }
+inline RunResult Vclip(std::vector<std::string> args) { return Run(VCLIP_BIN, std::move(args)); }
+
+inline ClipHeader Header(int32_t frames, int32_t width, int32_t height, int32_t packing = 1008,
+                         double rate = 25.0, int32_t interlacing = 1, int32_t replaceable = 1)
+{
+    return ClipHeader{0x000609CE, 3, frames, 4096, replaceable, width, height, packing, rate, interlacing};
+}
+
+inline std::string Encoded(const ClipHeader& h)
+{
+    const Bytes b = h.Encode();
+    return {b.begin(), b.end()};
+}
+
+inline int64_t Picture(const ClipHeader& h)
+{
+    return int64_t{h.width} * h.height * (h.packing == 1000 ? 3 : h.packing == 1005 ? 1 : 2);
+}
+
+// Frame slots, version 3: whole 4096-byte blocks, frame 0 one slot in.
+inline int64_t Slot(const ClipHeader& h) { return (Picture(h) + 4095) / 4096 * 4096; }
+
+inline std::string Random(int64_t bytes, uint32_t seed)
+{
+    std::mt19937 random(seed);
+    std::string text(size_t(bytes), '\0');
+    for (char& c : text)
+        c = char(random());
+    return text;
+}
+
+// A clip whose frame i holds Random(picture, seed + i) and zero padding;
+// keepBytes >= 0 cuts the file to that length.
+inline void WriteClip(const std::string& path, const ClipHeader& h, uint32_t seed, int64_t keepBytes = -1)
+{
+    const size_t slot = size_t(Slot(h));
+    std::string file = Encoded(h);
+    file.resize(slot, '\0');
+    for (int i = 0; i < h.frames; ++i)
+        file += Random(Picture(h), seed + i).append(slot - size_t(Picture(h)), '\0');
+    WriteFile(path, keepBytes >= 0 ? file.substr(0, size_t(keepBytes)) : file);
+}
+
+// The slot of frame i in a clip file's bytes; empty when the file is short.
+inline std::string SlotOf(const std::string& file, int64_t slot, int i)
+{
+    return file.size() >= size_t(slot * (i + 2)) ? file.substr(size_t(slot * (i + 1)), size_t(slot)) : "";
+}
+
+}  // namespace run
