@@ -769,7 +769,8 @@ int vXfsFile::PutImage(int frame, void* data, int size)
                            "Unable to write data [vXfsFile::PutImage]");
 }
 
-int vXfsFile::GetImagesBlock(int first, int last, int frameSize, void* data)
+// The two block transfers: frames first..last, one after the other in data.
+int vXfsFile::BlockTransfer(bool writing, int first, int last, int frameSize, void* data)
 {
     if (descriptor == 0)
         ASSERT_ZERO(kSource, __LINE__);
@@ -777,28 +778,24 @@ int vXfsFile::GetImagesBlock(int first, int last, int frameSize, void* data)
     ASSERT_NZERO(first <= last, kSource, __LINE__);
     ASSERT_NZERO(frameSize > 0, kSource, __LINE__);
     if (first < 0) {
-        std::printf("Asking for a negative frame [vXfsFile::GetImagesBlock]\n");
+        std::printf(writing ? "Asking for a negative frame [vXfsFile::PutImagesBlock]\n"
+                            : "Asking for a negative frame [vXfsFile::GetImagesBlock]\n");
         return 0;
     }
     const int64_t bytes = (int64_t{last} - first + 1) * frameSize;
-    return ChunkedTransfer(false, data, bytes, dataOffset + int64_t{first} * frameSize,
-                           "Unable to read data [vXfsFile::GetImagesBlock]");
+    return ChunkedTransfer(writing, data, bytes, dataOffset + int64_t{first} * frameSize,
+                           writing ? "Unable to write data [vXfsFile::PutImagesBlock]"
+                                   : "Unable to read data [vXfsFile::GetImagesBlock]");
+}
+
+int vXfsFile::GetImagesBlock(int first, int last, int frameSize, void* data)
+{
+    return BlockTransfer(false, first, last, frameSize, data);
 }
 
 int vXfsFile::PutImagesBlock(int first, int last, int frameSize, void* data)
 {
-    if (descriptor == 0)
-        ASSERT_ZERO(kSource, __LINE__);
-    ASSERT_NZERO(data != nullptr, kSource, __LINE__);
-    ASSERT_NZERO(first <= last, kSource, __LINE__);
-    ASSERT_NZERO(frameSize > 0, kSource, __LINE__);
-    if (first < 0) {
-        std::printf("Asking for a negative frame [vXfsFile::PutImagesBlock]\n");
-        return 0;
-    }
-    const int64_t bytes = (int64_t{last} - first + 1) * frameSize;
-    return ChunkedTransfer(true, data, bytes, dataOffset + int64_t{first} * frameSize,
-                           "Unable to write data [vXfsFile::PutImagesBlock]");
+    return BlockTransfer(true, first, last, frameSize, data);
 }
 
 int vXfsFile::VectorTransfer(bool writing, int first, int last, void** data)

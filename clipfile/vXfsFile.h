@@ -163,6 +163,7 @@ private:
     int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
                         const char* failure);
     int VectorTransfer(bool writing, int first, int last, void** data);
+    int BlockTransfer(bool writing, int first, int last, int frameSize, void* data);
     int ChangeHeaderField(int order, int32_t value);
     int CheckLayout(const char* operation);
     void ReportSystemError(const char* text);

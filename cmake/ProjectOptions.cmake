@@ -23,3 +23,15 @@ function(pal2ntsc_library name)
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC project_options ${ARG_DEPS} PRIVATE project_warnings)
 endfunction()
+
+# pal2ntsc_x86_kernels(<list> SSE2 <file> AVX2 <file>): on x86, appends the
+# vector kernel files to <list>, each compiled for its own instruction set
+# and nothing else; the CPU is asked at run time which one to use.
+function(pal2ntsc_x86_kernels list)
+  cmake_parse_arguments(ARG "" "SSE2;AVX2" "" ${ARGN})
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i.86)$")
+    set_source_files_properties(${ARG_SSE2} PROPERTIES COMPILE_OPTIONS "-msse2")
+    set_source_files_properties(${ARG_AVX2} PROPERTIES COMPILE_OPTIONS "-mavx2")
+    set(${list} ${${list}} ${ARG_SSE2} ${ARG_AVX2} PARENT_SCOPE)
+  endif()
+endfunction()
