@@ -2,8 +2,10 @@
 // may look at, a small clip description and page-aligned buffers.
 #pragma once
 
-#include <cstdlib>
+#include <fcntl.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 #include "clipfile/vXfsFile.h"
@@ -29,6 +31,22 @@ inline void DescribeSmall(vXfsFile& clip, const std::string& path, int frames)
     clip.SetImageLenght(frames);
 }
 
+// A new small clip of `frames` frames, open for writing.
+inline void OpenSmall(vXfsFile& clip, const std::string& path, int frames)
+{
+    DescribeSmall(clip, path, frames);
+    ASSERT_EQ(clip.Open("w"), 1);
+}
+
+inline void Reopen(vXfsFile& clip)
+{
+    clip.Close();
+    ASSERT_EQ(clip.Open("r"), 1);
+}
+
+// An open descriptor with direct I/O in force.
+inline bool IsDirect(int fd) { return fcntl(fd, F_GETFL) != -1 && (fcntl(fd, F_GETFL) & O_DIRECT) != 0; }
+
 inline void* ByValue(uintptr_t v) { return reinterpret_cast<void*>(v); }
 
 // A page-aligned buffer of `bytes` bytes holding a pattern that differs with
@@ -41,7 +59,7 @@ struct AlignedBuffer {
             owned.get()[i] = static_cast<unsigned char>(i * 131 + seed * 7919 + (i >> 12));
     }
     unsigned char* Data() const { return owned.get(); }
-    tsupport::Bytes Copy(size_t from, size_t n) const { return {Data() + from, Data() + from + n}; }
+    Bytes Copy(size_t from, size_t n) const { return {Data() + from, Data() + from + n}; }
 
     size_t size;
     std::unique_ptr<unsigned char, decltype(&std::free)> owned;
