@@ -4,13 +4,7 @@
 #include "image/quart.h"
 #include "tests/pixels/pixelTestUtil.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <cstring>
 #include <functional>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -35,36 +29,33 @@ Image perLane(std::size_t n, const std::function<unsigned(std::size_t, int)>& f)
     return out;
 }
 
-// Input lines and pixels left over by a quarter reduction are skipped from
-// the start: one when two or three are left, none otherwise.
-int quarterSkip(int n) { return (n % 4 == 2 || n % 4 == 3) ? 1 : 0; }
-
 // Pixel (x, y) of the image names its own place: lanes x low, x high, y, 0x5A.
 uint32_t placeWord(int x, int y) { return wordOf(x & 0xFF, x >> 8, y & 0xFF, 0x5A); }
 Image placed(int w, int h)
 {
     Image v;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            v.push_back(placeWord(x, y));
+    for (int i = 0; i < w * h; ++i)
+        v.push_back(placeWord(i % w, i / w));
     return v;
 }
 
 // Grey pixels; levels chosen so that swapping the operands of any blend or
 // lane average changes the result.
-Image greys(std::vector<unsigned> levels)
+Image greys(Image levels)
 {
-    Image v;
-    for (unsigned l : levels)
-        v.push_back(l * 0x01010101u);
-    return v;
+    for (uint32_t& l : levels)
+        l *= 0x01010101u;
+    return levels;
 }
 
 } // namespace
 
-TEST(Reductions, QuarterOf722x486FromLine1Pixel1)
+// Quarters are rounded lane averages, the NTSC quarter and the third are
+// truncated means. 722 x 486 leaves two lines and two pixels over: one of
+// each is skipped first.
+TEST(Reductions, QuartersAndThird)
 {
-    const int w = 722, h = 486, sy = quarterSkip(h), sx = quarterSkip(w);
+    const int w = 722, h = 486, sy = 1, sx = 1;
     Image in = randomWords(std::size_t(w) * h, 1);
     Image want = perLane(180 * 121, [&](std::size_t i, int c) {
         auto line = [&](int y) {
@@ -75,24 +66,19 @@ TEST(Reductions, QuarterOf722x486FromLine1Pixel1)
     });
     quart q;
     EXPECT_EQ(Owned(q.zoomtoquart(in.data(), w, h)).first(want.size()), want);
-}
 
-TEST(Reductions, NtscQuarterAndThirdAreTruncatedMeans)
-{
     // 720 x 486 to 160 x 121 from line 1: output pixel j covers input pixels
     // 4j + j / 2 to 4j + j / 2 + 3 (pixel 2: 9 to 12).
-    const int w = 720;
-    Image in = randomWords(std::size_t(w) * 486, 3);
-    Image want = perLane(160 * 121, [&](std::size_t i, int c) {
+    Image ntsc = randomWords(std::size_t(720) * 486, 3);
+    want = perLane(160 * 121, [&](std::size_t i, int c) {
         const int k = i / 160, j = i % 160;
         unsigned sum = 0;
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 4; ++x)
-                sum += bytesOf(in[(1 + 4 * k + y) * w + 4 * j + (j >> 1) + x])[c];
+                sum += bytesOf(ntsc[(1 + 4 * k + y) * 720 + 4 * j + (j >> 1) + x])[c];
         return sum / 16;
     });
-    quart q;
-    EXPECT_EQ(Owned(q.zoomtoquartNTSC(in.data(), w, 486)).first(want.size()), want);
+    EXPECT_EQ(Owned(q.zoomtoquartNTSC(ntsc.data(), 720, 486)).first(want.size()), want);
 
     Image nine(81, 10 * 0x01010101u);
     nine[4 * 9 + 4] = wordOf(10, 19, 10, 10);
@@ -143,10 +129,6 @@ TEST(Half24, WordAndBytePaths)
             ASSERT_EQ(out.bytes()[i], want) << "width " << w << " offset " << offset << " byte " << i;
         }
     }
-    // Blue bytes 0, 1 (upper line), 2, 3 (lower line) on the byte path.
-    std::vector<unsigned char> block(std::size_t(3) * 722 * 2, 0);
-    block[3] = 1, block[3 * 722] = 2, block[3 * 722 + 3] = 3;
-    EXPECT_EQ(Owned(q.zoomtohalf24(reinterpret_cast<uint32_t*>(block.data()), 722, 2)).bytes()[0], 2);
 }
 
 TEST(Enlargement, RepeatsEachPixelAndRefusesRatio3)
@@ -188,5 +170,4 @@ TEST(Allocation, ImpossibleSizesAndMissingSourcesGiveNull)
     EXPECT_EQ(q.zoomUp(in.data(), 40000, 40000, 4), nullptr);
     EXPECT_EQ(q.pass24to32(reinterpret_cast<unsigned char*>(in.data()), 60000, 60000), nullptr);
     EXPECT_EQ(q.zoomtoquart(nullptr, 8, 8), nullptr);
-    EXPECT_NE(Owned(q.zoomtoquart(in.data(), 3, 3)).p, nullptr); // no output pixel: empty, not null
 }
