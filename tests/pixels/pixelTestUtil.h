@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,8 +26,7 @@ inline uint32_t wordOf(unsigned b0, unsigned b1, unsigned b2, unsigned b3)
 }
 inline uint32_t wordOf(uint32_t bytesInOrder) { return wordOf(bytesInOrder >> 24, bytesInOrder >> 16, bytesInOrder >> 8, bytesInOrder); }
 
-using Bytes4 = std::array<unsigned, 4>;
-inline Bytes4 bytesOf(uint32_t word)
+inline std::array<unsigned, 4> bytesOf(uint32_t word)
 {
     unsigned char b[4];
     std::memcpy(b, &word, 4);
@@ -40,7 +38,7 @@ inline Bytes4 bytesOf(uint32_t word)
 inline unsigned refAverage(unsigned earlier, unsigned later) { return (earlier + 1) / 2 + later / 2; }
 inline uint32_t blendLanes(uint32_t p, uint32_t q, int k)
 {
-    const Bytes4 a = bytesOf(p), b = bytesOf(q);
+    const auto a = bytesOf(p), b = bytesOf(q);
     auto lane = [&](int i) { return (k * a[i] + (256 - k) * b[i]) / 256; };
     return wordOf(lane(0), lane(1), lane(2), lane(3));
 }
@@ -77,21 +75,20 @@ public:
     static constexpr T kSentinel = static_cast<T>(0xA5A5A5A5u);
     static constexpr std::size_t kGuard = 64 / sizeof(T);
 
-    explicit Guarded(std::size_t n) : n_(n), buf_(n + 2 * kGuard, kSentinel) {}
+    explicit Guarded(std::size_t n) : buf_(n + 2 * kGuard, kSentinel) {}
     T* data() { return buf_.data() + kGuard; }
     uint32_t* words() { return reinterpret_cast<uint32_t*>(data()); }
     T& operator[](std::size_t i) { return buf_[kGuard + i]; }
     std::vector<T> contents() const { return std::vector<T>(buf_.begin() + kGuard, buf_.end() - kGuard); }
     // Values [from, to) of the buffer still hold the sentinel.
     bool unwritten(std::size_t from, std::size_t to) const { return sentinels(kGuard + from, kGuard + to); }
-    bool guardsIntact() const { return sentinels(0, kGuard) && sentinels(kGuard + n_, n_ + 2 * kGuard); }
+    bool guardsIntact() const { return sentinels(0, kGuard) && sentinels(buf_.size() - kGuard, buf_.size()); }
 
 private:
     bool sentinels(std::size_t from, std::size_t to) const
     {
         return std::all_of(buf_.begin() + from, buf_.begin() + to, [](T v) { return v == kSentinel; });
     }
-    std::size_t n_;
     std::vector<T> buf_;
 };
 

