@@ -27,7 +27,7 @@ TEST(ClipControl, SpaceOrders)
     for (auto [order, value] : figures)
         ASSERT_EQ(clip.IOCtl(order, value), 1);
     EXPECT_GT(kb, 0);
-    EXPECT_EQ(mb, kb >> 10);
+    EXPECT_NEAR(mb, kb >> 10, 1 << 10);  // the two queries are moments apart
     EXPECT_NEAR(images, int64_t{kb} / 4 - 1, 1 << 16);
     EXPECT_GT(total, kb);
 }
