@@ -63,4 +63,8 @@ struct quart {
     void correctNtscRatioPart(int partIndex, int partCount);
     void scaleXFourThirds(int partIndex, int partCount);
     void zoomUpPart(int partIndex, int partCount);
+
+    // Stores a job that makes a new 32-bit image and allocates it; true when
+    // there is work for the worker.
+    bool beginImageJob(uint32_t* src, int w, int h, int64_t outPixels);
 };

@@ -89,15 +89,22 @@ int quarterSkip(int size)
 // Quarter and half reductions by trees of lane averages
 // ---------------------------------------------------------------------------
 
-uint32_t* quart::zoomtoquart(uint32_t* src, int w, int h)
+// Entry of an operation that makes a new 32-bit image of outPixels pixels:
+// stores the job and allocates the output. True when the worker has work to
+// do; otherwise destination is null (no source, or no memory) or an empty
+// image.
+bool quart::beginImageJob(uint32_t* src, int w, int h, int64_t outPixels)
 {
-    if (!src)
-        return nullptr;
     width = w;
     height = h;
-    const int64_t pixels = pixelCount(w >> 2, h >> 2);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    source = src;
+    destination = src ? newImage32(outPixels) : nullptr;
+    return destination && outPixels != 0;
+}
+
+uint32_t* quart::zoomtoquart(uint32_t* src, int w, int h)
+{
+    if (!beginImageJob(src, w, h, pixelCount(w >> 2, h >> 2)))
         return destination;
     source = src + static_cast<ptrdiff_t>(quarterSkip(h)) * w + quarterSkip(w);
     zoomtoquartPart(this, 0, 1);
@@ -133,14 +140,7 @@ void quart::zoomtoquartPart(int, int)
 
 uint32_t* quart::zoomtohalf(uint32_t* src, int w, int h)
 {
-    if (!src)
-        return nullptr;
-    width = w;
-    height = h;
-    source = src;
-    const int64_t pixels = pixelCount(w >> 1, h >> 1);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    if (!beginImageJob(src, w, h, pixelCount(w >> 1, h >> 1)))
         return destination;
     zoomtohalfPart(this, 0, 1);
     return destination;
@@ -168,14 +168,7 @@ void quart::zoomtohalfPart(int, int)
 
 uint32_t* quart::zoomtohalfX(uint32_t* src, int w, int h)
 {
-    if (!src)
-        return nullptr;
-    width = w;
-    height = h;
-    source = src;
-    const int64_t pixels = pixelCount(w >> 1, h);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    if (!beginImageJob(src, w, h, pixelCount(w >> 1, h)))
         return destination;
     zoomtohalfXPart(this, 0, 1);
     return destination;
@@ -199,14 +192,7 @@ void quart::zoomtohalfXPart(int, int)
 
 uint32_t* quart::zoomtohalfY(uint32_t* src, int w, int h)
 {
-    if (!src)
-        return nullptr;
-    width = w;
-    height = h;
-    source = src;
-    const int64_t pixels = pixelCount(w, h >> 1);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    if (!beginImageJob(src, w, h, pixelCount(w, h >> 1)))
         return destination;
     zoomtohalfYPart(this, 0, 1);
     return destination;
@@ -396,14 +382,7 @@ uint32_t* quart::zoomtoquartNTSC(uint32_t* src, int w, int h)
 
 uint32_t* quart::correctNtscRatio(uint32_t* src, int w, int h)
 {
-    if (!src)
-        return nullptr;
-    width = w;
-    height = h;
-    source = src;
-    const int64_t pixels = pixelCount(w / 9 * 8, h);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    if (!beginImageJob(src, w, h, pixelCount(w / 9 * 8, h)))
         return destination;
     correctNtscRatioPart(this, 0, 1);
     return destination;
@@ -437,14 +416,7 @@ void quart::correctNtscRatioPart(int, int)
 
 uint32_t* quart::scaleXFourThirds(uint32_t* src, int w, int h)
 {
-    if (!src)
-        return nullptr;
-    width = w;
-    height = h;
-    source = src;
-    const int64_t pixels = pixelCount(w / 3 * 4, h);
-    destination = newImage32(pixels);
-    if (!destination || pixels == 0)
+    if (!beginImageJob(src, w, h, pixelCount(w / 3 * 4, h)))
         return destination;
     scaleXFourThirds(this, 0, 1);
     return destination;
