@@ -104,6 +104,19 @@ int openClip(const char* path, int flags, mode_t perms = 0)
     return fd;
 }
 
+// The same for a descriptor we already have.
+int keepOffStandardInput(int fd)
+{
+    if (fd != 0)
+        return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    close(fd);
+    return moved;
+}
+
+// Bytes of a header of this version on disk.
+int64_t headerBytes(int32_t version) { return version == 1 ? 40 : 44; }
+
 bool isAligned(const void* p, uint32_t alignment)
 {
     return alignment != 0 && reinterpret_cast<uintptr_t>(p) % alignment == 0;
@@ -175,6 +188,7 @@ vXfsFile::~vXfsFile()
     if (IsInUse())
         Close();
     CloseDescriptor();  // a clip left open by a failed path: never leak it
+    DropClaim();
     std::free(name);
 }
 
@@ -182,6 +196,7 @@ int vXfsFile::SetName(const char* n)
 {
     if (!mode.empty() || n == nullptr)
         return 0;
+    DropClaim();  // a claim belongs to the file of the old name
     std::free(name);
     name = strdup(n);
     return 1;
@@ -318,22 +333,29 @@ int vXfsFile::WriteHead(int fd, fileHeader& head)
         std::perror("Unable to seek file [vXfsFile::WriteHead]");
         return 0;
     }
-    unsigned char field[8];
+    // The header is made in memory and goes out in one write, so that a
+    // failing disk leaves either the whole header or none of it.
+    unsigned char bytes[44];
+    size_t length = 0;
     auto put32 = [&](uint32_t v) {
-        putBE32(field, v);
-        return writeFull(fd, field, 4) > 0;
+        putBE32(bytes + length, v);
+        length += 4;
     };
     auto fail = [] {
         std::perror("vXfsFile::WriteHead");
         return 0;
     };
 
-    if (!put32(kClipMagic) || !put32(static_cast<uint32_t>(head.version)) ||
-        !put32(static_cast<uint32_t>(head.numFrames)) ||
-        !put32(static_cast<uint32_t>(blockSize)) || !put32(static_cast<uint32_t>(replaceable)))
-        return fail();
-
+    put32(kClipMagic);
+    put32(static_cast<uint32_t>(head.version));
+    put32(static_cast<uint32_t>(head.numFrames));
+    put32(static_cast<uint32_t>(blockSize));
+    put32(static_cast<uint32_t>(replaceable));
     if (head.version < 1 || head.version > 3) {
+        // What comes next depends on the version: the fields so far are
+        // written, and a header of no known version stops the program.
+        if (writeFull(fd, bytes, length) < 0)
+            return fail();
         std::printf("Unrecognized version number for XFS file\n");
         std::fflush(stdout);
         ASSERT_ZERO(kSource, 488);
@@ -343,18 +365,18 @@ int vXfsFile::WriteHead(int fd, fileHeader& head)
     GetImageRate(rate);
     uint64_t rateBits = 0;
     std::memcpy(&rateBits, &rate, sizeof rateBits);
-    if (!put32(static_cast<uint32_t>(GetWidth())) || !put32(static_cast<uint32_t>(GetHeight())) ||
-        !put32(static_cast<uint32_t>(GetImageFormat())))
-        return fail();
-    putBE64(field, rateBits);
-    if (writeFull(fd, field, 8) < 0)
-        return fail();
+    put32(static_cast<uint32_t>(GetWidth()));
+    put32(static_cast<uint32_t>(GetHeight()));
+    put32(static_cast<uint32_t>(GetImageFormat()));
+    putBE64(bytes + length, rateBits);
+    length += 8;
     if (head.version >= 2) {
         int interlacing = 0;
         GetInterlacing(interlacing);
-        if (!put32(static_cast<uint32_t>(interlacing)))
-            return fail();
+        put32(static_cast<uint32_t>(interlacing));
     }
+    if (writeFull(fd, bytes, length) < 0)
+        return fail();
 
     dataOffset = head.version == 3 ? ImageSize() : blockSize;
     return 1;
@@ -471,8 +493,9 @@ int vXfsFile::OpenForReading()
         std::printf("No file name defined\n");
         return 0;
     }
-    // Only a regular file can be a clip. Looking first also keeps us from
-    // blocking in open() on a FIFO.
+    // Only a regular file can be a clip. Looking first gives the clearer
+    // message; opening without blocking and looking again at what was
+    // opened keeps a FIFO put there in between from holding us up.
     struct stat st;
     if (stat(name, &st) == 0 && !S_ISREG(st.st_mode)) {
         if (S_ISDIR(st.st_mode))
@@ -481,10 +504,15 @@ int vXfsFile::OpenForReading()
             std::printf("%s is not a regular file [vXfsFile::OpenForReading]\n", name);
         return 0;
     }
-    descriptor = openClip(name, O_RDONLY);
+    descriptor = openClip(name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) {
         std::perror(name);
         descriptor = 0;
+        return 0;
+    }
+    if (fstat(descriptor, &st) != 0 || !S_ISREG(st.st_mode)) {
+        std::printf("%s is not a regular file [vXfsFile::OpenForReading]\n", name);
+        CloseDescriptor();
         return 0;
     }
     if (!ReadHead(descriptor, header)) {
@@ -498,8 +526,26 @@ int vXfsFile::OpenForReading()
     return 1;
 }
 
-int vXfsFile::OpenForWriting()
+FileIdentity vXfsFile::Identity() const
 {
+    if (descriptor > 0)
+        return fsIdentityOf(descriptor);
+    if (claim.active && claim.fd > 0)
+        return fsIdentityOf(claim.fd);
+    return examined;
+}
+
+void vXfsFile::DropClaim()
+{
+    if (claim.fd > 0)
+        close(claim.fd);  // a nameless new clip vanishes with it
+    claim = WriteClaim{};
+}
+
+int vXfsFile::ClaimForWriting(const FileIdentity* avoid, int avoidCount)
+{
+    DropClaim();
+    examined = FileIdentity{};
     if (name[0] == '\0') {
         std::printf("No file name defined\n");
         std::fflush(stdout);
@@ -515,65 +561,141 @@ int vXfsFile::OpenForWriting()
         }
         if (!CheckLayout("vXfsFile::OpenForWriting"))
             return 0;
-        // O_EXCL instead of O_TRUNC: if a file appeared since we looked,
-        // it is refused rather than emptied unexamined.
-        descriptor = openClip(name, O_WRONLY | O_CREAT | O_EXCL, 0666);
+        // A new clip is made without a name and named only once its header
+        // is written (FinishClaim): nothing half made ever shows in the
+        // directory, and a name that appears meanwhile is not replaced.
+        // Where the file system has no nameless files, the clip is created
+        // by name when it is opened.
+        const int fd = fsCreateUnnamed(name, O_RDWR, 0666);
+        if (fd < 0 && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+            std::perror(name);
+            return 0;
+        }
+        claim.active = true;
+        claim.fresh = true;
+        claim.fd = fd >= 0 ? keepOffStandardInput(fd) : 0;
+        examined = Identity();
+        return 1;
+    }
+
+    // The file exists. It is examined through a descriptor of our own, and
+    // everything that follows works on that same file, whatever its name
+    // leads to by then.
+    const fileHeader kept(header);
+    const int32_t keptReplaceable = replaceable;
+    const int32_t keptBlockSize = blockSize;
+    const int32_t keptDataOffset = dataOffset;
+    // Puts back the caller's settings after the existing clip's were read.
+    auto restore = [&] {
+        header = kept;
+        replaceable = keptReplaceable;
+        blockSize = keptBlockSize;
+        dataOffset = keptDataOffset;
+    };
+
+    if (!OpenForReading()) {
+        std::printf("Unable to check existing file for writting [vXfsFile::OpenForWriting]\n");
+        restore();
+        return 0;
+    }
+    examined = fsIdentityOf(descriptor);
+    for (int k = 0; k < avoidCount; ++k)
+        if (fsSameFile(examined, avoid[k])) {
+            CloseForReading();
+            restore();
+            return -1;
+        }
+    const int writer = fsReopen(descriptor, name, O_RDWR | O_NONBLOCK | O_NOCTTY);
+    const int openError = errno;
+    const int32_t oldVersion = header.version;
+    CloseForReading();
+
+    if (replaceable != 0) {
+        // The caller's clip will take the place of the old one; the block
+        // size stays the one the old clip was laid out with.
+        const int32_t existingBlockSize = blockSize;
+        restore();
+        blockSize = existingBlockSize;
+        if (writer < 0) {
+            errno = openError;
+            std::perror(name);
+            return 0;
+        }
+        if (!CheckLayout("vXfsFile::OpenForWriting")) {
+            close(writer);
+            return 0;
+        }
+        claim.active = true;
+        claim.fd = keepOffStandardInput(writer);
+        claim.oldVersion = oldVersion;
+        return 1;
+    }
+
+    // A preserved clip is opened in place, and the object describes the clip
+    // on disk from here on, not the caller's settings.
+    descriptor = writer < 0 ? 0 : keepOffStandardInput(writer);
+    if (descriptor <= 0 || !ReadHead(descriptor, header)) {
+        std::printf("Unable to read %s's header. [vXfsFile::OpenForWriting]\n", name);
+        CloseDescriptor();
+        restore();
+        return 0;
+    }
+    claim.active = true;
+    claim.keep = true;
+    claim.fd = descriptor;
+    descriptor = 0;
+    return 1;
+}
+
+int vXfsFile::OpenForWriting()
+{
+    if (!claim.active && ClaimForWriting() <= 0)
+        return 0;
+    return FinishClaim();
+}
+
+// Takes the claim over as the open clip. A replaced clip is first cut back
+// to its old header, then given the new one, so that at every moment the
+// file is a clip that claims no frame it does not hold; a header that
+// cannot be written leaves no new file behind.
+int vXfsFile::FinishClaim()
+{
+    const WriteClaim taken = claim;
+    claim = WriteClaim{};
+    descriptor = taken.fd;
+    if (taken.keep) {
+        SetDirectIO();
+        return 1;
+    }
+
+    bool createdByName = false;
+    if (taken.fresh && descriptor == 0) {
+        // O_EXCL: a file that appeared since we looked is refused, not emptied.
+        descriptor = openClip(name, O_RDWR | O_CREAT | O_EXCL, 0666);
         if (descriptor < 0) {
             std::perror(name);
             descriptor = 0;
             return 0;
         }
-    } else {
-        const fileHeader kept(header);
-        const int32_t keptReplaceable = replaceable;
-        const int32_t keptBlockSize = blockSize;
-        const int32_t keptDataOffset = dataOffset;
-        // Puts back the caller's settings after the existing clip's were read.
-        auto restore = [&] {
-            header = kept;
-            replaceable = keptReplaceable;
-            blockSize = keptBlockSize;
-            dataOffset = keptDataOffset;
-        };
-
-        if (!OpenForReading()) {
-            std::printf("Unable to check existing file for writting [vXfsFile::OpenForWriting]\n");
-            restore();
-            return 0;
-        }
-        CloseForReading();
-
-        if (replaceable != 0) {
-            // The caller's clip takes the place of the old one; the block
-            // size stays the one the old clip was laid out with.
-            const int32_t existingBlockSize = blockSize;
-            restore();
-            blockSize = existingBlockSize;
-            if (!CheckLayout("vXfsFile::OpenForWriting"))
-                return 0;  // checked before truncating: the old clip survives
-            descriptor = openClip(name, O_WRONLY | O_TRUNC, 0666);
-            if (descriptor < 0) {
-                std::perror(name);
-                descriptor = 0;
-                return 0;
-            }
-        } else {
-            descriptor = openClip(name, O_RDWR);
-            if (descriptor < 0 || !ReadHead(descriptor, header)) {
-                std::printf("Unable to read %s's header. [vXfsFile::OpenForWriting]\n", name);
-                if (descriptor < 0)
-                    descriptor = 0;
-                CloseDescriptor();
-                restore();
-                return 0;
-            }
-            SetDirectIO();
-            return 1;
-        }
+        createdByName = true;
     }
-
+    auto undo = [&] {
+        if (createdByName && fsSameFile(fsIdentityOfPath(name), fsIdentityOf(descriptor)))
+            unlink(name);
+        CloseDescriptor();
+    };
+    if (!taken.fresh && ftruncate(descriptor, headerBytes(taken.oldVersion)) != 0) {
+        std::perror(name);
+        CloseDescriptor();
+        return 0;
+    }
     if (!WriteHead(descriptor, header)) {
         std::printf("Unable to write %s's header. [vXfsFile::OpenForWriting]\n", name);
+        undo();
+        return 0;
+    }
+    if (taken.fresh && !createdByName && fsNameUnnamed(descriptor, name) != 0) {
+        std::perror(name);
         CloseDescriptor();
         return 0;
     }
@@ -595,33 +717,28 @@ int vXfsFile::CloseForWriting()
 
 void vXfsFile::SetDirectIO()
 {
-    // The limits are learnt on a scratch file next to the clip, so they are
-    // those of the file system that really holds it.
-    std::string probeName;
-    const int probe = fsMakeProbeFile(name, probeName);
+    // The limits are learnt on a nameless scratch file next to the clip, so
+    // they are those of the file system that really holds it.
+    const int probe = fsOpenProbe(name);
     if (probe < 0) {
         std::perror("ERROR: Unable to define direct IO");
         dio = kDefaultDioattr;
         return;
     }
-    auto dropProbe = [&] {
-        close(probe);
-        unlink(probeName.c_str());
-    };
     if (fsSetDirect(probe) < 0) {
         dio = kDefaultDioattr;
-        dropProbe();
+        close(probe);
         return;
     }
     dioattr learnt{};
     if (fsGetDioInfo(probe, &learnt) < 0) {
         std::printf("Unable to get IO information [vXfsFile::OpenForWriting]\n");
         dio = kDefaultDioattr;
-        dropProbe();
+        close(probe);
         return;
     }
     dio = learnt;
-    dropProbe();
+    close(probe);
 
     if (blockSize > 0 && static_cast<uint32_t>(blockSize) == dio.d_miniosz) {
         directIO = fsSetDirect(descriptor) == 0;
@@ -636,6 +753,28 @@ int64_t vXfsFile::FileSizeBytes() const
     if (descriptor == 0 || fstat(descriptor, &st) < 0)
         return -1;
     return st.st_size;
+}
+
+int64_t vXfsFile::FramesPresent(int64_t pictureBytes) const
+{
+    const int slot = ImageSize();
+    if (pictureBytes <= 0)
+        pictureBytes = static_cast<int64_t>(dmImageFrameSize(header.params));
+    if (descriptor == 0 || slot <= 0 || pictureBytes <= 0 || header.numFrames <= 0)
+        return 0;
+    // One look per hole: every frame that ends before the next hole is
+    // there; the frame the hole falls in is the first one missing, unless
+    // the hole lies in the padding after its picture.
+    const int64_t count = header.numFrames;
+    int64_t frame = 0;
+    while (frame < count) {
+        const int64_t start = dataOffset + frame * slot;
+        const int64_t hole = fsNextHole(descriptor, start);
+        if (hole < 0 || start + pictureBytes > hole)
+            break;
+        frame = (hole - dataOffset - pictureBytes) / slot + 1;
+    }
+    return frame < count ? frame : count;
 }
 
 // ---------------------------------------------------------------------------
@@ -1002,8 +1141,14 @@ int vXfsFile::IOCtl(int order, void* arg)
             std::printf("Unable to perform IOCtl operation (ALLOCATE IMAGES), file not opened.\n");
             return 0;
         }
+        // Space is reserved without making the file any longer: a clip is
+        // as long as what has been written to it, so a run that stops early
+        // leaves a clip that shows how far it got. Where the file system
+        // cannot reserve, nothing else is tried: lengthening the file with
+        // holes in place of the reservation would make a clip whose frames
+        // were never written look complete.
         const int64_t length = int64_t{dataOffset} + int64_t{byValue} * ImageSize();
-        if (fsReserveSpace(descriptor, length) == 0 || fsExtendFile(descriptor, length) == 0)
+        if (fsReserveSpace(descriptor, length) == 0)
             return 1;
         std::perror("Error trying to allocate file [vXfsFile::IOCtl]");
         return 0;

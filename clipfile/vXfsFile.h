@@ -9,6 +9,7 @@
 
 #include "device/vStorageDevice.h"
 #include "platform/dmParams.h"
+#include "platform/fileIdentity.h"
 #include "platform/fsControl.h"
 #include "util/vString.h"
 
@@ -65,6 +66,29 @@ public:
     int OpenForWriting() override;
     int CloseForReading() override;
     int CloseForWriting() override;
+
+    // Opening for writing in two steps, so that a caller writing several
+    // files can learn everything about each of them before any changes.
+    // ClaimForWriting opens what Open("w") will write and changes nothing on
+    // disk: an existing clip, examined through a descriptor of our own (the
+    // object then holds what opening will give: a preserved clip's own
+    // header, or the caller's settings with the old clip's block size), or a
+    // new clip that has no name yet. Identity() then tells which file it is.
+    // Open("w") finishes the claim (or makes one first when there is none):
+    // it writes the header of a new or replaced clip, or keeps a preserved
+    // one. A claim never finished leaves the disk as it was.
+    // Results: 1 claimed; 0 failed, with the store's messages; -1 the file
+    // is one of `avoid` (the files a caller reads, or its other outputs),
+    // with nothing printed and nothing claimed.
+    int ClaimForWriting(const FileIdentity* avoid = nullptr, int avoidCount = 0);
+    void DropClaim();
+    bool HasClaim() const { return claim.active; }
+    // The existing clip a claim found will be kept as it is (preserved).
+    bool ClaimKeepsClip() const { return claim.active && claim.keep; }
+
+    // The file this object has open or claimed, or last examined for a
+    // claim; unknown when there is none.
+    FileIdentity Identity() const;
 
     int IOCtl(int order, void* arg) override;
 
@@ -123,6 +147,13 @@ public:
     // Size in bytes of the open clip's file; -1 when not open.
     int64_t FileSizeBytes() const;
 
+    // Frames of the open clip, counted from frame 0 and at most the header's
+    // count, whose first `pictureBytes` bytes are all in the file as written
+    // data: not past its end, not in a hole, not in space only reserved.
+    // With no picture size, the frame's own size for its parameters. 0 when
+    // the clip is not open or its count is not positive.
+    int64_t FramesPresent(int64_t pictureBytes = 0) const;
+
     // Header on disk. Both position `descriptor` at byte 0 and read or write
     // through fd; every caller passes descriptor and its own header.
     int ReadHead(int fd, fileHeader& head);
@@ -159,6 +190,16 @@ protected:
     bool holdReports = false;
     std::vector<std::string> heldReports;
 
+    // What ClaimForWriting found, until Open("w") takes it.
+    struct WriteClaim {
+        bool active = false;
+        int fd = 0;              // the file to write; 0 for a new clip made when opened
+        bool fresh = false;      // a new clip (fd nameless, or 0)
+        bool keep = false;       // an existing preserved clip
+        int32_t oldVersion = 3;  // header version of the clip being replaced
+    } claim;
+    FileIdentity examined;  // the file the last claim looked at
+
 private:
     int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
                         const char* failure);
@@ -169,4 +210,5 @@ private:
     void ReportSystemError(const char* text);
     int FramesClearOfHeader(int32_t version, const char* operation);
     void CloseDescriptor();
+    int FinishClaim();
 };

@@ -1,5 +1,7 @@
 #include "platform/fsControl.h"
 
+#include "platform/fileIdentity.h"
+
 #include <fcntl.h>
 #include <linux/fiemap.h>
 #include <linux/fs.h>
@@ -54,43 +56,24 @@ int fsGetDioInfo(int fd, dioattr* info)
     return 0;
 }
 
-int fsMakeProbeFile(const char* path, std::string& probeName)
+int fsOpenProbe(const char* path)
 {
-    // The directory part of the path, as dirname gives it, on a copy.
-    std::string dir(path != nullptr ? path : "");
-    while (dir.size() > 1 && dir.back() == '/')
-        dir.pop_back();
-    const size_t slash = dir.rfind('/');
-    if (slash == std::string::npos)
-        dir = ".";
-    else if (slash == 0)
-        dir = "/";
-    else
-        dir.resize(slash);
-
-    std::string pattern = dir + (dir.back() == '/' ? "" : "/") + "XXXXXX";
+    const int unnamed = fsCreateUnnamed(path, O_WRONLY, 0600);
+    if (unnamed >= 0)
+        return unnamed;
+    std::string pattern = fsDirectoryOf(path);
+    pattern += pattern.back() == '/' ? "XXXXXX" : "/XXXXXX";
     std::vector<char> buffer(pattern.begin(), pattern.end());
     buffer.push_back('\0');
-    const int fd = mkstemp(buffer.data());
+    const int fd = mkostemp(buffer.data(), O_CLOEXEC);
     if (fd >= 0)
-        probeName.assign(buffer.data());
+        unlink(buffer.data());
     return fd;
 }
 
 int fsReserveSpace(int fd, int64_t length)
 {
     return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length) < 0 ? -1 : 0;
-}
-
-int fsExtendFile(int fd, int64_t length)
-{
-    struct stat st;
-    if (fstat(fd, &st) < 0)
-        return -1;
-    if (st.st_size >= length)
-        return 0;  // long enough already; never shorten
-    // Growing with ftruncate leaves every existing byte alone.
-    return ftruncate(fd, length) < 0 ? -1 : 0;
 }
 
 namespace {

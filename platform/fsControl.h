@@ -45,18 +45,17 @@ bool fsIsDirect(int fd);
 // when the file system reports no direct-I/O alignment at all.
 int fsGetDioInfo(int fd, dioattr* info);
 
-// Creates a uniquely named empty file in the directory that holds `path`
-// (never in TMPDIR: the probe must see the clip's own file system) and
-// returns its descriptor, its name in probeName. The caller removes it.
-int fsMakeProbeFile(const char* path, std::string& probeName);
+// An empty scratch file in the directory that holds `path` (never in
+// TMPDIR: the probe must see the clip's own file system), for learning the
+// direct-I/O limits. It has no name: a nameless file where the file system
+// makes them, otherwise a uniquely named one removed at once. Closing the
+// descriptor is all the clean-up there is, and a run killed at any moment
+// leaves nothing in the directory.
+int fsOpenProbe(const char* path);
 
-// Reserves disk space for bytes [0, length) without changing the file size.
+// Reserves disk space for bytes [0, length) without changing the file size:
+// the file never looks longer than what has been written to it.
 int fsReserveSpace(int fd, int64_t length);
-
-// Fallback when reservation is not supported: makes the file at least
-// `length` bytes long. Existing bytes are never changed and a longer file is
-// never shortened.
-int fsExtendFile(int fd, int64_t length);
 
 // Fills map[1..] from the file's extents for the range in map[0]
 // (bmv_offset, bmv_length with -1 for "to the end", bmv_count), and sets

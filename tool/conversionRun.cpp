@@ -192,16 +192,6 @@ struct BlockBuffer {
     }
 };
 
-// Frames whose whole picture lies inside the file, counted from frame 0.
-int64_t framesPresent(vXfsFile& clip, int slot, int64_t pictureBytes)
-{
-    const int64_t fileSize = clip.FileSizeBytes();
-    const int64_t firstEnd = int64_t{clip.DataOffset()} + pictureBytes;
-    if (fileSize < firstEnd)
-        return 0;
-    return (fileSize - firstEnd) / slot + 1;
-}
-
 void setUpOutput(vXfsFile& clip, const char* name, int width, int height, DMimagepacking packing,
                  int32_t frames)
 {
@@ -272,7 +262,7 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     const int blockFrames = maxTransfer / palSlot;
     if (blockFrames <= 0)
         fail("PAL frames of %d bytes do not fit in one transfer of %d bytes\n", palSlot, maxTransfer);
-    const int64_t present = framesPresent(palClip, palSlot, palPicture);
+    const int64_t present = palClip.FramesPresent(palPicture);
     if (present < frames)
         fail("PAL file is truncated: %d of %ld frames present\n", static_cast<int>(present),
              static_cast<long>(frames));
@@ -295,6 +285,40 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
             fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
     }
 
+    // Each output is claimed before any of them changes: opened as it is,
+    // compared with the input and with the other output by the files that
+    // are open (a name may lead anywhere, and may be changed to lead
+    // elsewhere while we look), and read as far as it is a clip already.
+    // So every refusal comes before the first byte of an output changes.
+    const FileIdentity palFile = palClip.Identity();
+    const int ntscClaim = ntscClip.ClaimForWriting(&palFile, 1);
+    if (ntscClaim < 0)
+        fail("PAL file and NTSC file are the same\n");
+    if (ntscClaim == 0)
+        fail("Unable to open NTSC file\n");
+    if (!describedAsAsked(ntscClip, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY))
+        fail("NTSC file is a preserved clip of another format\n");
+    if (reducing) {
+        const FileIdentity taken[2] = {palFile, ntscClip.Identity()};
+        const int reducedClaim = reducedClip.ClaimForWriting(taken, 2);
+        if (reducedClaim < 0)
+            fail(fsSameFile(reducedClip.Identity(), palFile) ? "PAL file and scaled file are the same\n"
+                                                             : "NTSC file and scaled file are the same\n");
+        if (reducedClaim == 0)
+            fail("Unable to open scaled file\n");
+    }
+    if (reducing && !describedAsAsked(reducedClip, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR))
+        fail("Scaled file is a preserved clip of another format\n");
+
+    // The slots as the outputs will have them: a clip that is replaced keeps
+    // its block size, a preserved one all its own parameters.
+    const int ntscSlot = ntscClip.ImageSize();
+    const int reducedSlot = reducing ? reducedClip.ImageSize() : 0;
+    if (ntscSlot <= 0)
+        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
+    if (reducing && reducedSlot <= 0)
+        fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+
     // Direct transfers need buffers aligned to what the clips' file systems
     // ask for, which may be more than -a; the larger of the two is used.
     // They are also aligned to whole memory pages: the file system accepts
@@ -303,10 +327,12 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     // receives many small pieces. Measured on ext4 over a virtual disk with
     // 250 frames of 720x576: 128-byte (-a default, raised to 512) buffers
     // took 1.1 to 5.4 s, page-aligned ones 0.32 s, mostly in the NTSC
-    // writes (90 ms for a 3.5 MB block against 4 ms).
+    // writes (90 ms for a 3.5 MB block against 4 ms). An output that turns
+    // out to need more alignment than a page (none does on Linux) is still
+    // written: the clip store moves an unaligned buffer through the cache.
     // The buffers are allocated here, before any output is opened, so that
     // a refusal leaves the outputs untouched.
-    int bufferAlignment = std::max({alignment, memAlignment(palClip), pageSize()});
+    const int bufferAlignment = std::max({alignment, memAlignment(palClip), pageSize()});
     // A clip shorter than one block never fills a whole block buffer: the
     // buffers hold no more frames than the clip has (at least one), while
     // the blocks themselves stay as large as one transfer allows.
@@ -314,41 +340,20 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     BlockBuffer palBlock, palNext, ntscBlock, reducedBlock;
     palBlock.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
     palNext.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
-    ntscBlock.Provide(int64_t{bufferFrames} * ntscClip.ImageSize(), bufferAlignment);
+    ntscBlock.Provide(int64_t{bufferFrames} * ntscSlot, bufferAlignment);
     if (reducing)
-        reducedBlock.Provide(int64_t{bufferFrames} * reducedClip.ImageSize(), bufferAlignment);
+        reducedBlock.Provide(int64_t{bufferFrames} * reducedSlot, bufferAlignment);
 
+    // Only now does anything on disk change.
     if (!ntscClip.Open("w"))
         fail("Unable to open NTSC file\n");
-    if (!describedAsAsked(ntscClip, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY))
-        fail("NTSC file is a preserved clip of another format\n");
     allocateImages(ntscClip, frames);
     if (reducing) {
         if (!reducedClip.Open("w"))
             fail("Unable to open scaled file\n");
-        if (!describedAsAsked(reducedClip, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR))
-            fail("Scaled file is a preserved clip of another format\n");
         allocateImages(reducedClip, frames);
     }
 
-    // The slots of the open clips: an existing clip that was replaced keeps
-    // its block size, which changes the slot.
-    int ntscSlot = 0, reducedSlot = 0;
-    ntscClip.GetImageSize(0, ntscSlot);
-    if (ntscSlot <= 0)
-        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
-    bufferAlignment = std::max(bufferAlignment, memAlignment(ntscClip));
-    if (reducing) {
-        reducedClip.GetImageSize(0, reducedSlot);
-        if (reducedSlot <= 0)
-            fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
-        bufferAlignment = std::max(bufferAlignment, memAlignment(reducedClip));
-    }
-    palBlock.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
-    palNext.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
-    ntscBlock.Provide(int64_t{bufferFrames} * ntscSlot, bufferAlignment);
-    if (reducing)
-        reducedBlock.Provide(int64_t{bufferFrames} * reducedSlot, bufferAlignment);
     void* const reducedData = reducing ? reducedBlock.data : nullptr;
 
     // The block loop (tool/blockPipeline.h) converts a block on a second
