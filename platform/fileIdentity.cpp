@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -41,6 +42,33 @@ FileIdentity fsIdentityOfPath(const char* path)
 bool fsSameFile(const FileIdentity& a, const FileIdentity& b)
 {
     return a.known && b.known && a.device == b.device && a.inode == b.inode;
+}
+
+namespace {
+
+// Where a file that does not exist yet would be created: the real path of
+// its directory and its own name.
+std::string placeOfNewFile(const char* path)
+{
+    const std::string text(path);
+    const size_t slash = text.rfind('/');
+    const std::string base = slash == std::string::npos ? text : text.substr(slash + 1);
+    char* real = realpath(fsDirectoryOf(path).c_str(), nullptr);
+    if (!real)
+        return text;
+    std::string place = std::string(real) + "/" + base;
+    std::free(real);
+    return place;
+}
+
+}  // namespace
+
+bool fsSameDestination(const char* a, const char* b)
+{
+    const FileIdentity fa = fsIdentityOfPath(a), fb = fsIdentityOfPath(b);
+    if (fa.known || fb.known)
+        return fsSameFile(fa, fb);
+    return placeOfNewFile(a) == placeOfNewFile(b);
 }
 
 int fsReopen(int fd, const char* path, int flags)

@@ -26,6 +26,11 @@ FileIdentity fsIdentityOfPath(const char* path);
 // One file: both known, same device and inode.
 bool fsSameFile(const FileIdentity& a, const FileIdentity& b);
 
+// Whether two names lead to one file now: the same file when both exist,
+// the same place in the same directory when neither does ("x" and "./x").
+// A first, cheap look, like fsIdentityOfPath.
+bool fsSameDestination(const char* a, const char* b);
+
 // Opens the very file that fd has open, again, with other flags (through
 // /proc/self/fd, so that no name is looked up a second time). When /proc is
 // not there, opens `path` and gives the descriptor only if it is still the

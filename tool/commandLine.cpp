@@ -1,9 +1,9 @@
 #include "tool/commandLine.h"
 
+#include "platform/fileIdentity.h"
 #include "tool/conversionRun.h"
 #include "util/vString.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,13 +22,9 @@ void printUsage(const char* program) {
 
 // True when both paths exist and lead to one file (hard links, symlinks,
 // "./x" against "x" and the like). A path that does not exist yet is a new
-// file and cannot be the other one.
-bool sameFile(const char* a, const char* b) {
-    struct stat sa, sb;
-    if (stat(a, &sa) != 0 || stat(b, &sb) != 0)
-        return false;
-    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-}
+// file and cannot be the other one. Only a first look: the run compares the
+// files it has open before it changes any of them.
+bool sameFile(const char* a, const char* b) { return fsSameFile(fsIdentityOfPath(a), fsIdentityOfPath(b)); }
 
 bool sameName(const vString& a, const vString& b) {
     return std::strcmp(a, b) == 0 || sameFile(a, b);

@@ -19,10 +19,16 @@
 
 // What the run refuses, beyond the failures of opening and of the block
 // transfers. Every refusal is one line on standard output and ends the
-// program with status 0, like the other failures of the tool; each one comes
-// before the first output file is opened, unless it is about what opening an
-// output revealed (then nothing has been written to it yet):
+// program with status 0, like the other failures of the tool. Each one comes
+// before the first byte of any output changes: the outputs are claimed
+// (opened as they are and examined) and the buffers allocated first, and
+// only then is an output written, replaced or given space.
 //
+//   "PAL file and NTSC file are the same\n", "PAL file and scaled file are the same\n",
+//   "NTSC file and scaled file are the same\n"
+//       also when the names differ but the files the run opened are one, by
+//       device and inode: links, /proc/self/fd names, a name switched to
+//       point elsewhere while the run looks at it.
 //   "Alignment %d is not supported for the block buffers (use a power of two)\n"
 //       -a that is zero, negative or not a power of two.
 //   "PAL file has a negative frame count (%ld)\n"
@@ -41,7 +47,7 @@
 //   "NTSC file %s is a broken symbolic link\n", "Scaled file %s is a broken symbolic link\n"
 //       writing through it would create a file wherever the link points.
 //   "NTSC file and scaled file are the same\n"
-//       two names of one file that does not exist yet ("x" and "./x").
+//       also two names of one file that does not exist yet ("x" and "./x").
 //   "NTSC file cannot hold %dx%d frames\n", "Scaled file cannot hold %dx%d frames\n"
 //       a picture size the clip store has no frame size for.
 //   "Unable to allocate block buffers (%lld bytes aligned to %d)\n"
@@ -72,36 +78,6 @@ bool isBrokenLink(const char* path)
 {
     struct stat st;
     return lstat(path, &st) == 0 && S_ISLNK(st.st_mode) && stat(path, &st) != 0;
-}
-
-// Where a file that does not exist yet would be created: the real path of
-// its directory and its own name.
-std::string placeOfNewFile(const char* path)
-{
-    const std::string text(path);
-    const size_t slash = text.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : text.substr(0, slash);
-    const std::string base = slash == std::string::npos ? text : text.substr(slash + 1);
-    char* real = realpath(dir.c_str(), nullptr);
-    if (!real)
-        return text;
-    std::string place = std::string(real) + "/" + base;
-    std::free(real);
-    return place;
-}
-
-// Whether two output names lead to one file: the same file when both exist,
-// the same place when neither does.
-bool sameOutput(const char* a, const char* b)
-{
-    struct stat sa, sb;
-    const bool aExists = stat(a, &sa) == 0;
-    const bool bExists = stat(b, &sb) == 0;
-    if (aExists && bExists)
-        return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
-    if (aExists || bExists)
-        return false;
-    return placeOfNewFile(a) == placeOfNewFile(b);
 }
 
 int pageSize()
@@ -278,7 +254,7 @@ void runConversion(const vString& palName, const vString& ntscName, const vStrin
     if (reducing) {
         if (isBrokenLink(reducedName))
             fail("Scaled file %s is a broken symbolic link\n", reducedName.c_str());
-        if (sameOutput(ntscName, reducedName))
+        if (fsSameDestination(ntscName, reducedName))
             fail("NTSC file and scaled file are the same\n");
         setUpOutput(reducedClip, reducedName, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR, frames);
         if (reducedClip.ImageSize() <= 0)

@@ -9,6 +9,7 @@
 #include <thread>
 #include <tuple>
 
+#include "clipfile/vXfsFile.h"
 #include "tests/reliability/clips.h"
 
 namespace {
@@ -104,6 +105,17 @@ TEST_F(Conversion, FullFileSystemStopsWithTheMessageAndKeepsEarlierFrames)
     if (r.status == 77 || r.out.empty())
         GTEST_SKIP() << "cannot mount a tmpfs in a private mount namespace here: " << r.err;
     ExpectStopped(r, "No space left on device", copy);
+    // Space that could not be reserved is not made up for by lengthening the
+    // file: the clip is as long as what was written, and the clip store
+    // counts the frames that were written, not the twelve of the header.
+    vXfsFile clip;
+    clip.SetName(copy.c_str());
+    ASSERT_TRUE(clip.Open("r"));
+    EXPECT_EQ(clip.GetNumFrames(), 12);
+    const int64_t size = clip.FileSizeBytes();
+    EXPECT_LT(size, kNtscSlot * 13);
+    EXPECT_EQ(clip.FramesPresent(), (size - kNtscSlot - 699840) / kNtscSlot + 1);
+    EXPECT_GE(clip.FramesPresent(), 5);
 }
 
 // Eight runs at once in one directory, with spaces, a tab, a dash and
