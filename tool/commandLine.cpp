@@ -9,15 +9,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace {
 
 constexpr int kDefaultScale = 4;
 constexpr int kDefaultAlignment = 128;
 
-void printUsage(const char* program) {
-    std::printf("Use: %s -P pal_file_name -N ntsc_file_name [-n scaled_ntsc_file_name] [-s scale]\n",
-                program);
+std::string usage(const char* program)
+{
+    return std::string("Use: ") + program + " -P pal_file_name -N ntsc_file_name [-n scaled_ntsc_file_name] [-s scale]\n";
 }
 
 // True when both paths exist and lead to one file (hard links, symlinks,
@@ -33,39 +34,35 @@ bool sameName(const vString& a, const vString& b) {
 // Checks beyond the plain name comparison, so that the run can never open
 // the input clip for writing, nor write both outputs into one file: output
 // names are compared with the input by the file they lead to, not only by
-// their text. A reduced clip also needs a scale that a reducer exists for;
+// their text (the run compares the open files again before it changes
+// anything). A reduced clip also needs a scale that a reducer exists for;
 // any other scale would leave its frames unwritten (and 0 cannot divide the
 // picture size), so it is refused before any file is touched. Without a
 // reduced clip the scale is not used and not checked.
-// Returns false after printing the reason.
-bool namesAreSafe(const vString& palName, const vString& ntscName, const vString& reducedName,
-                  int scale) {
-    if (sameFile(palName, ntscName)) {
-        std::printf("PAL file and NTSC file are the same\n");
-        return false;
-    }
+// Returns the refusal line, or an empty text.
+std::string checkNames(const vString& palName, const vString& ntscName, const vString& reducedName, int scale)
+{
+    if (std::strcmp(palName, "") == 0)
+        return "PAL file not defined\n";
+    if (std::strcmp(ntscName, "") == 0)
+        return "NTSC file not defined\n";
+    if (sameName(palName, ntscName))
+        return "PAL file and NTSC file are the same\n";
     if (reducedName.c_str()[0] == '\0')
-        return true;
-    if (sameName(palName, reducedName)) {
-        std::printf("PAL file and scaled file are the same\n");
-        return false;
-    }
-    if (sameName(ntscName, reducedName)) {
-        std::printf("NTSC file and scaled file are the same\n");
-        return false;
-    }
-    if (scale != 2 && scale != 4) {
-        std::printf("Scale %d is not supported for the scaled file (use 2 or 4)\n", scale);
-        return false;
-    }
-    return true;
+        return {};
+    if (sameName(palName, reducedName))
+        return "PAL file and scaled file are the same\n";
+    if (sameName(ntscName, reducedName))
+        return "NTSC file and scaled file are the same\n";
+    if (scale != 2 && scale != 4)
+        return "Scale " + std::to_string(scale) + " is not supported for the scaled file (use 2 or 4)\n";
+    return {};
 }
 
 }  // namespace
 
-// Every way out returns 0 to main, so the names are destroyed and standard
-// output is flushed by the normal program exit.
-int pal2ntscMain(int argc, char** argv) {
+std::string runPal2ntsc(int argc, char** argv)
+{
     vString palName("");
     vString ntscName("");
     vString reducedName("");
@@ -92,26 +89,30 @@ int pal2ntscMain(int argc, char** argv) {
             alignment = std::atoi(optarg);
             break;
         default:  // -h, an unknown option, or a missing argument
-            printUsage(program);
-            return 0;
+            return usage(program);
         }
     }
 
-    if (std::strcmp(palName, "") == 0) {
-        std::printf("PAL file not defined\n");
-        return 0;
-    }
-    if (std::strcmp(ntscName, "") == 0) {
-        std::printf("NTSC file not defined\n");
-        return 0;
-    }
-    if (std::strcmp(palName, ntscName) == 0) {
-        std::printf("PAL file and NTSC file are the same\n");
-        return 0;
-    }
-    if (!namesAreSafe(palName, ntscName, reducedName, scale))
-        return 0;
+    if (std::string refusal = checkNames(palName, ntscName, reducedName, scale); !refusal.empty())
+        return refusal;
+    RunSettings settings;
+    settings.palName = palName;
+    settings.ntscName = ntscName;
+    settings.reducedName = reducedName;
+    settings.scale = scale;
+    settings.alignment = alignment;
+    ConversionPlan plan;
+    if (std::string refusal = planConversion(settings, plan); !refusal.empty())
+        return refusal;
+    return executeConversion(plan);
+}
 
-    runConversion(palName, ntscName, reducedName, scale, alignment);
+// The one place that prints the line a run ends with. Every way out gives
+// exit status 0.
+int pal2ntscMain(int argc, char** argv)
+{
+    const std::string last = runPal2ntsc(argc, argv);
+    std::fputs(last.c_str(), stdout);
+    std::fflush(stdout);
     return 0;
 }

@@ -1,18 +1,15 @@
 #include "tool/conversionRun.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
-#include "clipfile/vXfsFile.h"
+#include "platform/fileIdentity.h"
 #include "tool/blockConvert.h"
 #include "tool/blockPipeline.h"
 #include "tool/progress.h"
@@ -61,14 +58,15 @@ namespace {
 
 constexpr int kNtscLines = 486;
 
-[[noreturn]] __attribute__((format(printf, 1, 2))) void fail(const char* format, ...)
+// One line of the run, printf style.
+__attribute__((format(printf, 1, 2))) std::string line(const char* format, ...)
 {
     va_list args;
     va_start(args, format);
-    std::vprintf(format, args);
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    std::fflush(stdout);
-    std::exit(0);
+    return text;
 }
 
 bool isPowerOfTwo(int value) { return value > 0 && (value & (value - 1)) == 0; }
@@ -92,81 +90,6 @@ int memAlignment(vXfsFile& clip)
     clip.IOCtl(XFS_GET_MEM_ALIGNMENT, &alignment);
     return alignment;
 }
-
-// One block buffer: aligned, cleared when it is allocated, so that the
-// padding after every picture in a frame slot goes to the files as zeros.
-struct BlockBuffer {
-    void* data = nullptr;
-    int64_t bytes = 0;
-    int alignment = 0;
-
-    BlockBuffer() = default;
-    BlockBuffer(const BlockBuffer&) = delete;
-    BlockBuffer& operator=(const BlockBuffer&) = delete;
-    ~BlockBuffer() { Release(); }
-
-    // Makes sure the buffer holds `size` bytes aligned to `align`. A buffer
-    // that already does is kept as it is; so the buffers are normally
-    // allocated once, and again only when opening an output clip changed
-    // its slot or its alignment. Fails with the allocation message.
-    void Provide(int64_t size, int align)
-    {
-        if (data && bytes >= size && alignment >= align)
-            return;
-        Release();
-        // One transfer's byte count is a 32-bit int.
-        void* memory = nullptr;
-        if (size <= 0 || size > INT32_MAX)
-            fail("Unable to allocate block buffers (%lld bytes aligned to %d)\n",
-                 static_cast<long long>(size), align);
-        size_t made = static_cast<size_t>(size);
-        if (!largePages(memory, made, align) &&
-            posix_memalign(&memory, static_cast<size_t>(align), static_cast<size_t>(size)) != 0)
-            fail("Unable to allocate block buffers (%lld bytes aligned to %d)\n",
-                 static_cast<long long>(size), align);
-        std::memset(memory, 0, made);
-        data = memory;
-        bytes = size;
-        alignment = align;
-    }
-
-    // A buffer of a few megabytes in large pages: each of its small pages
-    // would otherwise be a fault of its own when the buffer is cleared, and
-    // on this kind of virtual machine that took 11 to 15 ms per 4 MB
-    // buffer, a tenth of a 250-frame run for the four buffers; in 2 MB pages
-    // it takes under 1 ms. The buffer is aligned to the large page and its
-    // size rounded up to whole large pages (`made`), so that the system can
-    // back it with them. Gives false, with nothing allocated, where that is
-    // not to be had; the caller then allocates as usual.
-    static bool largePages(void*& memory, size_t& made, int align)
-    {
-#if defined(MADV_HUGEPAGE)
-        constexpr size_t largePage = size_t{2} << 20;
-        if (made < largePage || static_cast<size_t>(align) > largePage)
-            return false;
-        const size_t rounded = (made + largePage - 1) / largePage * largePage;
-        void* block = nullptr;
-        if (posix_memalign(&block, largePage, rounded) != 0)
-            return false;
-        madvise(block, rounded, MADV_HUGEPAGE);  // a hint; refused is fine
-        memory = block;
-        made = rounded;
-        return true;
-#else
-        (void)memory;
-        (void)made;
-        (void)align;
-        return false;
-#endif
-    }
-
-    void Release()
-    {
-        std::free(data);
-        data = nullptr;
-        bytes = 0;
-    }
-};
 
 void setUpOutput(vXfsFile& clip, const char* name, int width, int height, DMimagepacking packing,
                  int32_t frames)
@@ -199,177 +122,192 @@ bool loadBlock(vXfsFile& clip, int first, int last, int slot, void* block, int64
     return clip.LastTransferBytes() >= needed;
 }
 
-}  // namespace
-
-void runConversion(const vString& palName, const vString& ntscName, const vString& reducedName,
-                   int scale, int alignment)
+// The input: opened, described in the information line, and checked in
+// everything its header decides.
+std::string planInput(const RunSettings& settings, ConversionPlan& plan)
 {
-    vXfsFile palClip;
-    vXfsFile ntscClip;
-    vXfsFile reducedClip;
-    const bool reducing = reducedName.c_str()[0] != '\0';
+    vXfsFile& pal = plan.palClip;
+    pal.SetName(settings.palName);
+    if (!pal.Open("r"))
+        return "Unable to open PAL file\n";
+    plan.width = pal.GetWidth();
+    plan.height = pal.GetHeight();
+    plan.frames = pal.GetNumFrames();
+    std::printf("PAL file: %ld frames [%dx%d]\n", static_cast<long>(plan.frames), plan.width, plan.height);
 
-    if (!isPowerOfTwo(alignment))
-        fail("Alignment %d is not supported for the block buffers (use a power of two)\n", alignment);
-
-    palClip.SetName(palName);
-    if (!palClip.Open("r"))
-        fail("Unable to open PAL file\n");
-    const int width = palClip.GetWidth();
-    const int height = palClip.GetHeight();
-    const int32_t frames = palClip.GetNumFrames();
-    std::printf("PAL file: %ld frames [%dx%d]\n", static_cast<long>(frames), width, height);
-
-    // Everything the input's header decides is checked before an output
-    // file is opened, and so before anything is written.
-    if (frames < 0)
-        fail("PAL file has a negative frame count (%ld)\n", static_cast<long>(frames));
-    if (height < 2)
-        fail("PAL file has %d lines: at least 2 are needed\n", height);
-    int palSlot = 0;
-    palClip.GetImageSize(0, palSlot);
-    if (palSlot <= 0)
-        fail("PAL file has no valid frame size\n");
-    const int64_t palPicture = int64_t{width >> 1} * 4 * height;
-    if (palSlot < palPicture)
-        fail("PAL file frames of %d bytes cannot hold %dx%d 4:2:2 pictures\n", palSlot, width, height);
+    if (plan.frames < 0)
+        return line("PAL file has a negative frame count (%ld)\n", static_cast<long>(plan.frames));
+    if (plan.height < 2)
+        return line("PAL file has %d lines: at least 2 are needed\n", plan.height);
+    pal.GetImageSize(0, plan.palSlot);
+    if (plan.palSlot <= 0)
+        return "PAL file has no valid frame size\n";
+    plan.palPicture = int64_t{plan.width >> 1} * 4 * plan.height;
+    if (plan.palSlot < plan.palPicture)
+        return line("PAL file frames of %d bytes cannot hold %dx%d 4:2:2 pictures\n", plan.palSlot, plan.width,
+                    plan.height);
     int maxTransfer = 0;
-    palClip.IOCtl(XFS_GET_MAX_IO_SIZE, &maxTransfer);
-    const int blockFrames = maxTransfer / palSlot;
-    if (blockFrames <= 0)
-        fail("PAL frames of %d bytes do not fit in one transfer of %d bytes\n", palSlot, maxTransfer);
-    const int64_t present = palClip.FramesPresent(palPicture);
-    if (present < frames)
-        fail("PAL file is truncated: %d of %ld frames present\n", static_cast<int>(present),
-             static_cast<long>(frames));
+    pal.IOCtl(XFS_GET_MAX_IO_SIZE, &maxTransfer);
+    plan.blockFrames = maxTransfer / plan.palSlot;
+    if (plan.blockFrames <= 0)
+        return line("PAL frames of %d bytes do not fit in one transfer of %d bytes\n", plan.palSlot, maxTransfer);
+    const int64_t present = pal.FramesPresent(plan.palPicture);
+    if (present < plan.frames)
+        return line("PAL file is truncated: %d of %ld frames present\n", static_cast<int>(present),
+                    static_cast<long>(plan.frames));
+    return {};
+}
 
-    // The outputs, described but not yet opened.
-    const int reducedWidth = reducing ? width / scale : 0;
-    const int reducedHeight = reducing ? kNtscLines / scale : 0;
-    if (isBrokenLink(ntscName))
-        fail("NTSC file %s is a broken symbolic link\n", ntscName.c_str());
-    setUpOutput(ntscClip, ntscName, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY, frames);
-    if (ntscClip.ImageSize() <= 0)
-        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
-    if (reducing) {
-        if (isBrokenLink(reducedName))
-            fail("Scaled file %s is a broken symbolic link\n", reducedName.c_str());
-        if (fsSameDestination(ntscName, reducedName))
-            fail("NTSC file and scaled file are the same\n");
-        setUpOutput(reducedClip, reducedName, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR, frames);
-        if (reducedClip.ImageSize() <= 0)
-            fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+// The outputs, described and claimed: each is opened as it is, compared
+// with the input and with the other output by the files that are open (a
+// name may lead anywhere, and may be changed to lead elsewhere while we
+// look), and read as far as it is a clip already.
+std::string planOutputs(const RunSettings& settings, ConversionPlan& plan)
+{
+    const int reducedWidth = plan.reducing ? plan.width / plan.scale : 0;
+    const int reducedHeight = plan.reducing ? kNtscLines / plan.scale : 0;
+    if (isBrokenLink(settings.ntscName))
+        return line("NTSC file %s is a broken symbolic link\n", settings.ntscName);
+    setUpOutput(plan.ntscClip, settings.ntscName, plan.width, kNtscLines, DM_IMAGE_PACKING_CbYCrY, plan.frames);
+    if (plan.ntscClip.ImageSize() <= 0)
+        return line("NTSC file cannot hold %dx%d frames\n", plan.width, kNtscLines);
+    if (plan.reducing) {
+        if (isBrokenLink(settings.reducedName))
+            return line("Scaled file %s is a broken symbolic link\n", settings.reducedName);
+        if (fsSameDestination(settings.ntscName, settings.reducedName))
+            return "NTSC file and scaled file are the same\n";
+        setUpOutput(plan.reducedClip, settings.reducedName, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR,
+                    plan.frames);
+        if (plan.reducedClip.ImageSize() <= 0)
+            return line("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
     }
 
-    // Each output is claimed before any of them changes: opened as it is,
-    // compared with the input and with the other output by the files that
-    // are open (a name may lead anywhere, and may be changed to lead
-    // elsewhere while we look), and read as far as it is a clip already.
-    // So every refusal comes before the first byte of an output changes.
-    const FileIdentity palFile = palClip.Identity();
-    const int ntscClaim = ntscClip.ClaimForWriting(&palFile, 1);
+    const FileIdentity palFile = plan.palClip.Identity();
+    const int ntscClaim = plan.ntscClip.ClaimForWriting(&palFile, 1);
     if (ntscClaim < 0)
-        fail("PAL file and NTSC file are the same\n");
+        return "PAL file and NTSC file are the same\n";
     if (ntscClaim == 0)
-        fail("Unable to open NTSC file\n");
-    if (!describedAsAsked(ntscClip, width, kNtscLines, DM_IMAGE_PACKING_CbYCrY))
-        fail("NTSC file is a preserved clip of another format\n");
-    if (reducing) {
-        const FileIdentity taken[2] = {palFile, ntscClip.Identity()};
-        const int reducedClaim = reducedClip.ClaimForWriting(taken, 2);
+        return "Unable to open NTSC file\n";
+    if (!describedAsAsked(plan.ntscClip, plan.width, kNtscLines, DM_IMAGE_PACKING_CbYCrY))
+        return "NTSC file is a preserved clip of another format\n";
+    if (plan.reducing) {
+        const FileIdentity taken[2] = {palFile, plan.ntscClip.Identity()};
+        const int reducedClaim = plan.reducedClip.ClaimForWriting(taken, 2);
         if (reducedClaim < 0)
-            fail(fsSameFile(reducedClip.Identity(), palFile) ? "PAL file and scaled file are the same\n"
-                                                             : "NTSC file and scaled file are the same\n");
+            return fsSameFile(plan.reducedClip.Identity(), palFile) ? "PAL file and scaled file are the same\n"
+                                                                    : "NTSC file and scaled file are the same\n";
         if (reducedClaim == 0)
-            fail("Unable to open scaled file\n");
+            return "Unable to open scaled file\n";
+        if (!describedAsAsked(plan.reducedClip, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR))
+            return "Scaled file is a preserved clip of another format\n";
     }
-    if (reducing && !describedAsAsked(reducedClip, reducedWidth, reducedHeight, DM_IMAGE_PACKING_BGR))
-        fail("Scaled file is a preserved clip of another format\n");
 
     // The slots as the outputs will have them: a clip that is replaced keeps
     // its block size, a preserved one all its own parameters.
-    const int ntscSlot = ntscClip.ImageSize();
-    const int reducedSlot = reducing ? reducedClip.ImageSize() : 0;
-    if (ntscSlot <= 0)
-        fail("NTSC file cannot hold %dx%d frames\n", width, kNtscLines);
-    if (reducing && reducedSlot <= 0)
-        fail("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+    plan.ntscSlot = plan.ntscClip.ImageSize();
+    plan.reducedSlot = plan.reducing ? plan.reducedClip.ImageSize() : 0;
+    if (plan.ntscSlot <= 0)
+        return line("NTSC file cannot hold %dx%d frames\n", plan.width, kNtscLines);
+    if (plan.reducing && plan.reducedSlot <= 0)
+        return line("Scaled file cannot hold %dx%d frames\n", reducedWidth, reducedHeight);
+    return {};
+}
 
-    // Direct transfers need buffers aligned to what the clips' file systems
-    // ask for, which may be more than -a; the larger of the two is used.
-    // They are also aligned to whole memory pages: the file system accepts
-    // direct transfers from 512-byte boundaries, but each page of such a
-    // buffer then straddles two pages of the transfer, and the device
-    // receives many small pieces. Measured on ext4 over a virtual disk with
-    // 250 frames of 720x576: 128-byte (-a default, raised to 512) buffers
-    // took 1.1 to 5.4 s, page-aligned ones 0.32 s, mostly in the NTSC
-    // writes (90 ms for a 3.5 MB block against 4 ms). An output that turns
-    // out to need more alignment than a page (none does on Linux) is still
-    // written: the clip store moves an unaligned buffer through the cache.
-    // The buffers are allocated here, before any output is opened, so that
-    // a refusal leaves the outputs untouched.
-    const int bufferAlignment = std::max({alignment, memAlignment(palClip), pageSize()});
+// One block buffer, or the line that says why there is none. One
+// transfer's byte count is a 32-bit int, so no block may be larger.
+std::string provide(AlignedMemory& buffer, int64_t size, int alignment)
+{
+    if (size > 0 && size <= INT32_MAX &&
+        buffer.Allocate(static_cast<size_t>(size), static_cast<size_t>(alignment), true))
+        return {};
+    return line("Unable to allocate block buffers (%lld bytes aligned to %d)\n", static_cast<long long>(size),
+                alignment);
+}
+
+// Direct transfers need buffers aligned to what the clips' file systems
+// ask for, which may be more than -a; the larger of the two is used. They
+// are also aligned to whole memory pages: the file system accepts direct
+// transfers from 512-byte boundaries, but each page of such a buffer then
+// straddles two pages of the transfer and the device receives many small
+// pieces (bench/run-e2e shows the difference). An output that needs more
+// alignment than a page (none does on Linux) is still written: the clip
+// store moves an unaligned buffer through the cache.
+std::string planBuffers(int alignment, ConversionPlan& plan)
+{
+    plan.bufferAlignment = std::max({alignment, memAlignment(plan.palClip), pageSize()});
     // A clip shorter than one block never fills a whole block buffer: the
     // buffers hold no more frames than the clip has (at least one), while
     // the blocks themselves stay as large as one transfer allows.
-    const int bufferFrames = static_cast<int>(std::clamp<int64_t>(frames, 1, blockFrames));
-    BlockBuffer palBlock, palNext, ntscBlock, reducedBlock;
-    palBlock.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
-    palNext.Provide(int64_t{bufferFrames} * palSlot, bufferAlignment);
-    ntscBlock.Provide(int64_t{bufferFrames} * ntscSlot, bufferAlignment);
-    if (reducing)
-        reducedBlock.Provide(int64_t{bufferFrames} * reducedSlot, bufferAlignment);
+    const int64_t frames = std::clamp<int64_t>(plan.frames, 1, plan.blockFrames);
+    for (auto [buffer, slot] : {std::pair{&plan.palBlock, plan.palSlot}, std::pair{&plan.palNext, plan.palSlot},
+                                std::pair{&plan.ntscBlock, plan.ntscSlot}, std::pair{&plan.reducedBlock, plan.reducedSlot}})
+        if (slot > 0)
+            if (std::string refusal = provide(*buffer, frames * slot, plan.bufferAlignment); !refusal.empty())
+                return refusal;
+    return {};
+}
 
+}  // namespace
+
+std::string planConversion(const RunSettings& settings, ConversionPlan& plan)
+{
+    plan.reducing = settings.reducedName[0] != '\0';
+    plan.scale = settings.scale;
+    if (!isPowerOfTwo(settings.alignment))
+        return line("Alignment %d is not supported for the block buffers (use a power of two)\n",
+                    settings.alignment);
+    for (auto step : {planInput, planOutputs})
+        if (std::string refusal = step(settings, plan); !refusal.empty())
+            return refusal;
+    return planBuffers(settings.alignment, plan);
+}
+
+std::string executeConversion(ConversionPlan& plan)
+{
     // Only now does anything on disk change.
-    if (!ntscClip.Open("w"))
-        fail("Unable to open NTSC file\n");
-    allocateImages(ntscClip, frames);
-    if (reducing) {
-        if (!reducedClip.Open("w"))
-            fail("Unable to open scaled file\n");
-        allocateImages(reducedClip, frames);
+    if (!plan.ntscClip.Open("w"))
+        return "Unable to open NTSC file\n";
+    allocateImages(plan.ntscClip, plan.frames);
+    if (plan.reducing) {
+        if (!plan.reducedClip.Open("w"))
+            return "Unable to open scaled file\n";
+        allocateImages(plan.reducedClip, plan.frames);
     }
-
-    void* const reducedData = reducing ? reducedBlock.data : nullptr;
 
     // The block loop (tool/blockPipeline.h) converts a block on a second
     // thread while it reads the next; reads, writes and messages stay here.
-    Progress progress(frames);
+    void* const reducedData = plan.reducing ? plan.reducedBlock.Data() : nullptr;
+    Progress progress(plan.frames);
     BlockSteps steps;
     // The next block is read while the one before is converted; the store's
     // messages about a failed read are held until the loop reaches it.
-    palClip.HoldReports(true);
+    plan.palClip.HoldReports(true);
     steps.read = [&](int first, int last, void* block) {
-        return loadBlock(palClip, first, last, palSlot, block, palPicture);
+        return loadBlock(plan.palClip, first, last, plan.palSlot, block, plan.palPicture);
     };
-    steps.reportRead = [&] { palClip.ReleaseReports(); };
+    steps.reportRead = [&] { plan.palClip.ReleaseReports(); };
     steps.convert = [&](void* block, int first, int last) {
-        convert(block, ntscBlock.data, reducedData, last - first + 1, width, height, kNtscLines, scale, palSlot,
-                ntscSlot, reducedSlot);
+        convert(block, plan.ntscBlock.Data(), reducedData, last - first + 1, plan.width, plan.height, kNtscLines,
+                plan.scale, plan.palSlot, plan.ntscSlot, plan.reducedSlot);
     };
     // Both outputs, or the run stops.
     steps.write = [&](int first, int last) -> const char* {
-        if (!ntscClip.PutImagesBlock(first, last, ntscSlot, ntscBlock.data))
+        if (!plan.ntscClip.PutImagesBlock(first, last, plan.ntscSlot, plan.ntscBlock.Data()))
             return "Unable to save NTSC images\n";
-        if (reducing && !reducedClip.PutImagesBlock(first, last, reducedSlot, reducedData))
+        if (plan.reducing && !plan.reducedClip.PutImagesBlock(first, last, plan.reducedSlot, reducedData))
             return "Unable to scaled images\n";
         progress.Update(last + 1);
         return nullptr;
     };
-    void* const palData[2] = {palBlock.data, palNext.data};
-    if (const char* failure = streamBlocks(frames, blockFrames, palData, steps)) {
-        progress.Clear();
-        fail("%s", failure);
-    }
+    void* const palData[2] = {plan.palBlock.Data(), plan.palNext.Data()};
+    const char* failure = streamBlocks(plan.frames, plan.blockFrames, palData, steps);
     progress.Clear();
+    if (failure != nullptr)
+        return failure;
 
-    palClip.Close();
-    ntscClip.Close();
-    if (reducing)
-        reducedClip.Close();
-
-    palBlock.Release();
-    palNext.Release();
-    ntscBlock.Release();
-    reducedBlock.Release();
+    plan.palClip.Close();
+    plan.ntscClip.Close();
+    if (plan.reducing)
+        plan.reducedClip.Close();
+    return {};
 }
