@@ -206,6 +206,21 @@ private:
     int VectorTransfer(bool writing, int first, int last, void** data);
     int BlockTransfer(bool writing, int first, int last, int frameSize, void* data);
     int ChangeHeaderField(int order, int32_t value);
+    // The control orders, one each (IOCtl picks them by number).
+    int OrderMaxIoSize(void* arg);
+    int OrderFreeSpaceKb(void* arg);
+    int OrderFreeSpaceMb(void* arg);
+    int OrderFreeImages(void* arg);
+    int OrderFsType(void* arg);
+    int OrderAllocateImages(void* arg);
+    int OrderSetReplaceable(void* arg);
+    int OrderSetBlockSize(void* arg);
+    int OrderBmap(void* arg);
+    int OrderFileSizeKb(void* arg);
+    int OrderChangeNumFrames(void* arg);
+    int OrderMemAlignment(void* arg);
+    int OrderChangeReplaceable(void* arg);
+    int OrderFsSizeKb(void* arg);
     int CheckLayout(const char* operation);
     void ReportSystemError(const char* text);
     int FramesClearOfHeader(int32_t version, const char* operation);
