@@ -25,12 +25,6 @@ int fsSetDirect(int fd)
     return fcntl(fd, F_SETFL, flags | O_DIRECT) < 0 ? -1 : 0;
 }
 
-bool fsIsDirect(int fd)
-{
-    const int flags = fcntl(fd, F_GETFL);
-    return flags >= 0 && (flags & O_DIRECT) != 0;
-}
-
 int fsGetDioInfo(int fd, dioattr* info)
 {
     struct statx sx;

@@ -38,9 +38,6 @@ constexpr int kFsTypeNameSize = 16;
 // system refuses unbuffered I/O (tmpfs, for one).
 int fsSetDirect(int fd);
 
-// True when O_DIRECT is among the descriptor's status flags.
-bool fsIsDirect(int fd);
-
 // Direct-I/O limits of the file system that holds fd. Fails (errno EINVAL)
 // when the file system reports no direct-I/O alignment at all.
 int fsGetDioInfo(int fd, dioattr* info);
