@@ -225,5 +225,8 @@ private:
     void ReportSystemError(const char* text);
     int FramesClearOfHeader(int32_t version, const char* operation);
     void CloseDescriptor();
+    int ReadHeadFields(int fd, fileHeader& head);
+    int ClaimNewClip();
+    int ClaimExistingClip(const FileIdentity* avoid, int avoidCount);
     int FinishClaim();
 };

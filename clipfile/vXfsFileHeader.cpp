@@ -196,8 +196,26 @@ int vXfsFile::ReadHead(int fd, fileHeader& head)
         return 0;
     }
 
-    // Every further field must be there in full: a header cut short is
-    // refused rather than completed with stale values.
+    if (!ReadHeadFields(fd, head))
+        return 0;
+
+    if (ImageSize() == 0) {
+        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [vXfsFile::ReadHead]\n",
+                    name, GetWidth(), GetHeight(), GetImageFormat());
+        return 0;
+    }
+    if (!FramesClearOfHeader(head.version, "vXfsFile::ReadHead"))
+        return 0;
+    dataOffset = head.version == 3 ? ImageSize() : blockSize;
+    return 1;
+}
+
+// The fields after the magic, each taken into the record or the object as
+// it comes. Every field must be there in full: a header cut short is
+// refused rather than completed with stale values.
+int vXfsFile::ReadHeadFields(int fd, fileHeader& head)
+{
+    unsigned char field[8] = {};
     auto next = [&](size_t n) {
         const int r = readFull(fd, field, n);
         if (r < 0)
@@ -260,13 +278,5 @@ int vXfsFile::ReadHead(int fd, fileHeader& head)
         SetInterlacing(word());
     }
 
-    if (ImageSize() == 0) {
-        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [vXfsFile::ReadHead]\n",
-                    name, GetWidth(), GetHeight(), GetImageFormat());
-        return 0;
-    }
-    if (!FramesClearOfHeader(head.version, "vXfsFile::ReadHead"))
-        return 0;
-    dataOffset = head.version == 3 ? ImageSize() : blockSize;
     return 1;
 }

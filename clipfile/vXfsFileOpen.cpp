@@ -97,33 +97,39 @@ int vXfsFile::ClaimForWriting(const FileIdentity* avoid, int avoidCount)
         std::fflush(stdout);
         ASSERT_ZERO(kSource, 185);
     }
-
     struct stat st;
-    if (stat(name, &st) < 0) {
-        if (errno != ENOENT) {
-            // Something is in the way that we cannot look at: do not guess.
-            std::perror(name);
-            return 0;
-        }
-        if (!CheckLayout("vXfsFile::OpenForWriting"))
-            return 0;
-        // A new clip is made without a name and named only once its header
-        // is written (FinishClaim): nothing half made ever shows in the
-        // directory, and a name that appears meanwhile is not replaced.
-        // Where the file system has no nameless files, the clip is created
-        // by name when it is opened.
-        const int fd = fsCreateUnnamed(name, O_RDWR, 0666);
-        if (fd < 0 && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
-            std::perror(name);
-            return 0;
-        }
-        claim.active = true;
-        claim.fresh = true;
-        claim.fd = fd >= 0 ? keepOffStandardInput(fd) : 0;
-        examined = Identity();
-        return 1;
+    if (stat(name, &st) == 0)
+        return ClaimExistingClip(avoid, avoidCount);
+    if (errno != ENOENT) {
+        // Something is in the way that we cannot look at: do not guess.
+        std::perror(name);
+        return 0;
     }
+    return ClaimNewClip();
+}
 
+// A new clip is made without a name and named only once its header is
+// written (FinishClaim): nothing half made ever shows in the directory, and
+// a name that appears meanwhile is not replaced. Where the file system has
+// no nameless files, the clip is created by name when it is opened.
+int vXfsFile::ClaimNewClip()
+{
+    if (!CheckLayout("vXfsFile::OpenForWriting"))
+        return 0;
+    const int fd = fsCreateUnnamed(name, O_RDWR, 0666);
+    if (fd < 0 && errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        std::perror(name);
+        return 0;
+    }
+    claim.active = true;
+    claim.fresh = true;
+    claim.fd = fd >= 0 ? keepOffStandardInput(fd) : 0;
+    examined = Identity();
+    return 1;
+}
+
+int vXfsFile::ClaimExistingClip(const FileIdentity* avoid, int avoidCount)
+{
     // The file exists. It is examined through a descriptor of our own, and
     // everything that follows works on that same file, whatever its name
     // leads to by then.
