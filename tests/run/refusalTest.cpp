@@ -1,6 +1,6 @@
-// Everything the tool refuses, and every open that fails: the message, the
-// input clip never written, a file that is not a clip never overwritten, and
-// no output created before the run gets to open it.
+// Everything the tool refuses, and every open that fails, run in process:
+// the message, the input clip never written, a file that is not a clip never
+// overwritten, and no output created before the run gets to open it.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -79,13 +79,13 @@ TEST(Refusal, MessageAndEveryFileLeftAsItWas)
     };
     for (const auto& [args, out] : cases) {
         SCOPED_TRACE(args[1] + " " + args[3] + (args.size() > 5 ? " " + args[5] : ""));
-        const RunResult r = Tool(args);
+        const RunResult r = ToolInProcess(args);
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.out, out);
         EXPECT_EQ(Files(dir.Path()), files) << "a file was changed or created";
         std::filesystem::remove(ntsc);
     }
-    EXPECT_NE(Tool({"-P", dir / "missing.clip", "-N", ntsc}).err.find("missing.clip: No such file or directory"),
+    EXPECT_NE(ToolInProcess({"-P", dir / "missing.clip", "-N", ntsc}).err.find("missing.clip: No such file or directory"),
               std::string::npos);
 }
 

@@ -3,9 +3,12 @@
 // to write their input.
 #pragma once
 
+#include <unistd.h>
+
 #include <random>
 
 #include "tests/common/testSupport.h"
+#include "tool/commandLine.h"
 
 namespace run {
 
@@ -18,6 +21,23 @@ inline RunResult Run(const char* program, std::vector<std::string> args)
 }
 inline RunResult Tool(std::vector<std::string> args) { return Run(PAL2NTSC_BIN, std::move(args)); }
 inline RunResult Vclip(std::vector<std::string> args) { return Run(VCLIP_BIN, std::move(args)); }
+
+// The converter run in this process, with what it prints captured: the same
+// entry as the executable's, so the same lines in the same order.
+inline RunResult ToolInProcess(std::vector<std::string> args)
+{
+    args.insert(args.begin(), "pal2ntsc");
+    std::vector<char*> argv;
+    for (std::string& a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    RunResult result;
+    optind = 0;  // getopt starts afresh
+    result.err = StderrOf([&] {
+        result.out = StdoutOf([&] { result.status = pal2ntscMain(static_cast<int>(args.size()), argv.data()); });
+    });
+    return result;
+}
 
 inline ClipHeader Header(int32_t frames, int32_t width, int32_t height, int32_t packing = 1008,
                          double rate = 25.0, int32_t interlacing = 1, int32_t replaceable = 1)
