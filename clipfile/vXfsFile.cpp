@@ -179,11 +179,13 @@ int64_t vXfsFile::FileSizeBytes() const
     return st.st_size;
 }
 
+int64_t vXfsFile::PictureBytes() const { return static_cast<int64_t>(dmImageFrameSize(header.params)); }
+
 int64_t vXfsFile::FramesPresent(int64_t pictureBytes) const
 {
     const int slot = ImageSize();
     if (pictureBytes <= 0)
-        pictureBytes = static_cast<int64_t>(dmImageFrameSize(header.params));
+        pictureBytes = PictureBytes();
     if (descriptor == 0 || slot <= 0 || pictureBytes <= 0 || header.numFrames <= 0)
         return 0;
     // One look per hole: every frame that ends before the next hole is

@@ -147,6 +147,14 @@ public:
     // Size in bytes of the open clip's file; -1 when not open.
     int64_t FileSizeBytes() const;
 
+    // Bytes of the picture at the start of a frame slot: the frame's own
+    // size for the clip's parameters (0 when they describe no frame).
+    int64_t PictureBytes() const;
+
+    // Whether the file open on fd begins as a clip does, looked at without
+    // a word on standard output and without moving the file's offset.
+    static bool StartsAsClip(int fd);
+
     // Frames of the open clip, counted from frame 0 and at most the header's
     // count, whose first `pictureBytes` bytes are all in the file as written
     // data: not past its end, not in a hole, not in space only reserved.

@@ -280,3 +280,9 @@ int vXfsFile::ReadHeadFields(int fd, fileHeader& head)
 
     return 1;
 }
+
+bool vXfsFile::StartsAsClip(int fd)
+{
+    unsigned char magic[4] = {};
+    return pread(fd, magic, sizeof magic, 0) == 4 && getBE32(magic) == kClipMagic;
+}
