@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 
+#include "tool/vclip/imageFiles.h"
 #include "tool/vclip/pictures.h"
 
 namespace {
@@ -16,20 +18,202 @@ namespace {
 constexpr size_t kBufferAlignment = 4096;
 constexpr unsigned char kClipMagic[4] = {0x00, 0x06, 0x09, 0xCE};
 
-// Whether the file starts as a clip does, read without the store's own
-// messages on standard output.
-bool looksLikeClip(const char* path)
+// A clip replaced in place keeps its block size. Clips are laid out in
+// blocks of a few kilobytes; a larger block size means a damaged header,
+// and every frame buffer would be that large.
+constexpr int32_t kLargestBlock = 1 << 20;
+
+bool report(const char* format, const std::string& a, const std::string& b = "")
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0)
+    std::fprintf(stderr, "vclip: ");
+    std::fprintf(stderr, format, a.c_str(), b.c_str());
+    std::fprintf(stderr, "\n");
+    return false;
+}
+
+bool reportErrno(const std::string& name, int error)
+{
+    return report("%s: %s", name, std::strerror(error));
+}
+
+// Why the last transfer failed: the system's reason, when there is one.
+std::string reason(int error) { return error != 0 ? std::string(": ") + std::strerror(error) : ""; }
+
+// The file a name is now, links not followed.
+FileIdentity identityOfName(const std::string& path)
+{
+    struct stat st;
+    FileIdentity id;
+    if (lstat(path.c_str(), &st) == 0) {
+        id.device = st.st_dev;
+        id.inode = st.st_ino;
+        id.known = true;
+    }
+    return id;
+}
+
+// Removes `path` if it is still the file `ours`, and nothing else.
+void removeIfOurs(const std::string& path, const FileIdentity& ours)
+{
+    if (!path.empty() && fsSameFile(identityOfName(path), ours))
+        unlink(path.c_str());
+}
+
+std::string leafOf(const std::string& path)
+{
+    std::string leaf = path;
+    while (leaf.size() > 1 && leaf.back() == '/')
+        leaf.pop_back();
+    const size_t slash = leaf.rfind('/');
+    return slash == std::string::npos ? leaf : leaf.substr(slash + 1);
+}
+
+// A dotted name beside `target` for a file being written, unlikely to be
+// taken (whoever names a file there checks).
+std::string nameBeside(const std::string& target)
+{
+    static std::mt19937_64 random{std::random_device{}()};
+    char tag[20];
+    std::snprintf(tag, sizeof tag, "%08x", static_cast<unsigned>(random()));
+    const std::string dir = fsDirectoryOf(target.c_str());
+    return (dir == "/" ? "" : dir) + "/." + leafOf(target).substr(0, 200) + ".vclip-" + tag;
+}
+
+mode_t newFileMode()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// Flushes a directory's entries, so that a file put in place stays there.
+void syncDirectoryOf(const std::string& path)
+{
+    const int dir = open(fsDirectoryOf(path.c_str()).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+        fsync(dir);
+        close(dir);
+    }
+}
+
+const char* kindName(OutputKind kind)
+{
+    switch (kind) {
+    case OutputKind::Clip:
+        return "a replaceable clip";
+    case OutputKind::Y4m:
+        return "a YUV4MPEG2 stream";
+    case OutputKind::Png:
+        return "a PNG picture";
+    case OutputKind::Ppm:
+        return "a PPM picture";
+    default:
+        return "a BMP picture";
+    }
+}
+
+bool startsAsOutput(OutputKind kind, const std::string& head)
+{
+    switch (kind) {
+    case OutputKind::Y4m:
+        return head.compare(0, 10, "YUV4MPEG2 ") == 0;
+    case OutputKind::Png:
+        return startsAsImage(ImageKind::Png, head);
+    case OutputKind::Ppm:
+        return startsAsImage(ImageKind::Ppm, head);
+    case OutputKind::Bmp:
+        return startsAsImage(ImageKind::Bmp, head);
+    default:
         return false;
-    unsigned char magic[4] = {};
-    const bool clip = read(fd, magic, 4) == 4 && std::memcmp(magic, kClipMagic, 4) == 0;
-    close(fd);
-    return clip;
+    }
+}
+
+bool appeared(const Destination& d)
+{
+    return report("%s appeared while the output was written; it is left as it is", d.name);
+}
+
+bool changed(const Destination& d)
+{
+    return report("%s changed while the output was written; it is left as it is", d.name);
+}
+
+// Puts the finished file `aside` (the file `ours`) in the destination's
+// place. Where nothing was, it must still be so: the name is taken only if
+// free. Where a file was, the two are exchanged in one step and the file
+// that comes out must be the very one examined (held open all along, so no
+// other file can have its inode); if it is not, the exchange is undone and
+// nothing is replaced. Only where the file system has neither operation is
+// a plain rename made, after a last look.
+bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination& d)
+{
+    const char* target = d.target.c_str();
+    if (!d.found.known) {
+        if (renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, target, RENAME_NOREPLACE) == 0)
+            return true;
+        if (errno == EINVAL || errno == ENOSYS) {
+            // A second name, as a hard link, never replaces anything either.
+            if (link(aside.c_str(), target) == 0) {
+                removeIfOurs(aside, ours);
+                return true;
+            }
+            if (errno != EEXIST && errno != ENOENT) {
+                if (identityOfName(d.target).known)
+                    return appeared(d);
+                if (rename(aside.c_str(), target) == 0)
+                    return true;
+            }
+        }
+        return errno == EEXIST ? appeared(d) : reportErrno(d.name, errno);
+    }
+
+    if (renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, target, RENAME_EXCHANGE) == 0) {
+        if (fsSameFile(identityOfName(aside), d.found)) {
+            unlink(aside.c_str());  // the file that was there, now under our name
+            return true;
+        }
+        // Another file had taken the name: it gets its name back.
+        if (renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, target, RENAME_EXCHANGE) != 0)
+            return report("%s changed while the output was written, and could not be put back: "
+                          "the file that had the name is now %s", d.name, aside);
+        return changed(d);
+    }
+    if (errno == ENOENT)
+        return changed(d);
+    if (errno != EINVAL && errno != ENOSYS)
+        return reportErrno(d.name, errno);
+    if (!fsSameFile(identityOfName(d.target), d.found))
+        return changed(d);
+    if (rename(aside.c_str(), target) != 0)
+        return reportErrno(d.name, errno);
+    return true;
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------
+// Descriptors and buffers
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept
+{
+    if (this != &other)
+        Reset(other.Release());
+    return *this;
+}
+
+int UniqueFd::Release()
+{
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+}
+
+void UniqueFd::Reset(int fd)
+{
+    if (fd_ >= 0)
+        close(fd_);
+    fd_ = fd;
+}
 
 FrameBuffer::FrameBuffer(int size) : length(size > 0 ? size : 0)
 {
@@ -44,75 +228,70 @@ FrameBuffer::FrameBuffer(int size) : length(size > 0 ? size : 0)
 
 FrameBuffer::~FrameBuffer() { std::free(bytes); }
 
-bool sameFile(const char* a, const char* b)
+// ---------------------------------------------------------------------------
+// Inputs
+
+bool openInput(const std::string& path, const char* expected, UniqueFd& fd, int64_t& size)
 {
-    struct stat sa, sb;
-    return stat(a, &sa) == 0 && stat(b, &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return reportErrno(path, errno);
+    auto notRegular = [&] {
+        return report(S_ISDIR(st.st_mode) ? "%s is a directory; %s was expected"
+                                          : "%s is not a regular file; %s was expected",
+                      path, expected);
+    };
+    if (!S_ISREG(st.st_mode))
+        return notRegular();
+    fd.Reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!fd.IsOpen())
+        return reportErrno(path, errno);
+    if (fstat(fd.Get(), &st) != 0)
+        return reportErrno(path, errno);
+    if (!S_ISREG(st.st_mode)) {
+        fd.Reset();
+        return notRegular();
+    }
+    size = st.st_size;
+    return true;
+}
+
+int64_t readAt(int fd, void* data, int64_t bytes, int64_t at)
+{
+    auto* into = static_cast<uint8_t*>(data);
+    int64_t done = 0;
+    while (done < bytes) {
+        const ssize_t r = pread(fd, into + done, static_cast<size_t>(bytes - done), at + done);
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r < 0)
+            return done > 0 ? done : -1;
+        if (r == 0)
+            break;
+        done += r;
+    }
+    return done;
 }
 
 bool openForReading(vXfsFile& clip, const char* path)
 {
-    struct stat st;
-    if (stat(path, &st) != 0) {
-        std::fprintf(stderr, "vclip: %s: %s\n", path, std::strerror(errno));
+    UniqueFd fd;
+    int64_t size = 0;
+    if (!openInput(path, "a clip file", fd, size))
         return false;
-    }
-    if (!S_ISREG(st.st_mode) || !looksLikeClip(path)) {
-        std::fprintf(stderr, "vclip: %s is not a clip file\n", path);
-        return false;
-    }
+    unsigned char magic[4] = {};
+    if (readAt(fd.Get(), magic, 4, 0) != 4 || std::memcmp(magic, kClipMagic, 4) != 0)
+        return report("%s is not a clip file (it does not start with the clip mark)", path);
+    fd.Reset();
     clip.SetName(path);
-    if (!clip.Open("r")) {
-        std::fprintf(stderr, "vclip: unable to open clip %s\n", path);
-        return false;
-    }
+    if (!clip.Open("r"))
+        return report("unable to open clip %s", path);
+    clip.HoldReports(true);
     return true;
 }
 
-bool createClip(vXfsFile& clip, const char* path, const ClipFormat& format, int32_t frames,
-                const char* source)
-{
-    struct stat st;
-    if (lstat(path, &st) == 0) {
-        if (source && sameFile(path, source)) {
-            std::fprintf(stderr, "vclip: %s is the input file; it is left as it is\n", path);
-            return false;
-        }
-        if (stat(path, &st) != 0) {
-            std::fprintf(stderr, "vclip: %s is a broken symbolic link; nothing written\n", path);
-            return false;
-        }
-        if (!S_ISREG(st.st_mode) || !looksLikeClip(path)) {
-            std::fprintf(stderr, "vclip: %s exists and is not a clip file; it is left as it is\n", path);
-            return false;
-        }
-        vXfsFile existing;
-        if (!openForReading(existing, path))
-            return false;
-        const bool preserved = existing.Replaceable() == 0;
-        existing.Close();
-        if (preserved) {
-            std::fprintf(stderr, "vclip: %s is a preserved clip; it is left as it is\n", path);
-            return false;
-        }
-    }
-    clip.SetName(path);
-    clip.SetSize(format.width, format.height);
-    clip.SetImageFormat(format.packing);
-    clip.SetImageRate(format.rate);
-    clip.SetInterlacing(format.interlacing);
-    clip.SetImageLenght(frames);
-    if (clip.ImageSize() <= 0) {
-        std::fprintf(stderr, "vclip: no frame size for %dx%d pictures of packing %d\n", format.width,
-                     format.height, format.packing);
-        return false;
-    }
-    if (!clip.Open("w")) {
-        std::fprintf(stderr, "vclip: unable to create clip %s\n", path);
-        return false;
-    }
-    return true;
-}
+// ---------------------------------------------------------------------------
+// Frames
 
 int64_t pictureBytes(const vXfsFile& clip)
 {
@@ -120,42 +299,280 @@ int64_t pictureBytes(const vXfsFile& clip)
         return yuv422Bytes(clip.GetWidth(), clip.GetHeight());
     if (clip.GetImageFormat() == DM_IMAGE_PACKING_BGR)
         return int64_t{clip.GetWidth()} * 3 * clip.GetHeight();
-    return clip.ImageSize();
+    return 0;
 }
 
-int64_t framesPresent(const vXfsFile& clip)
+int64_t framesPresent(const vXfsFile& clip) { return clip.FramesPresent(pictureBytes(clip)); }
+
+bool frameIsPresent(const vXfsFile& clip, const char* path, int64_t frame, int64_t present)
 {
-    const int slot = clip.ImageSize();
-    const int64_t firstEnd = int64_t{clip.DataOffset()} + pictureBytes(clip);
-    const int64_t size = clip.FileSizeBytes();
-    if (slot <= 0 || size < firstEnd)
-        return 0;
-    return (size - firstEnd) / slot + 1;
+    const int32_t count = clip.GetNumFrames();
+    if (count < 0)
+        return report("%s has an invalid frame count (%s)", path, std::to_string(count));
+    if (frame >= count)
+        return report("%s", std::string(path) + ": frame " + std::to_string(frame) +
+                                " is not in the clip (it has " + std::to_string(count) + " frames)");
+    if (frame >= present)
+        return report("%s", std::string(path) + ": frame " + std::to_string(frame) +
+                                " is missing: the file holds only " + std::to_string(present) +
+                                " of its " + std::to_string(count) + " frames");
+    return true;
 }
 
-bool readFrame(vXfsFile& clip, int frame, FrameBuffer& buffer)
+bool readFrame(vXfsFile& clip, const char* path, int frame, FrameBuffer& buffer)
 {
-    if (frame < 0 || frame >= clip.GetNumFrames()) {
-        std::fprintf(stderr, "vclip: frame %d is not in the clip (it has %d frames)\n", frame,
-                     clip.GetNumFrames());
-        return false;
+    const std::string label = std::string(path) + ": frame " + std::to_string(frame);
+    if (frame < 0 || frame >= clip.GetNumFrames())
+        return report("%s is not in the clip", label);
+    errno = 0;
+    if (!clip.GetImage(frame, buffer.data(), buffer.size()))
+        return report("%s: unable to read it%s", label, reason(errno));
+    const int64_t picture = pictureBytes(clip) > 0 ? pictureBytes(clip) : buffer.size();
+    if (clip.LastTransferBytes() < picture)
+        return report("%s is missing: the file is cut short", label);
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Destinations
+
+bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules,
+                        Destination& d)
+{
+    d = Destination{};
+    d.name = name;
+    d.target = name;
+    struct stat st;
+    if (lstat(name.c_str(), &st) != 0)
+        return errno == ENOENT ? true : reportErrno(name, errno);
+
+    if (S_ISLNK(st.st_mode)) {
+        // A link is written through: the file it finally leads to is what
+        // gets replaced (after all the checks below, on that file), and the
+        // link stays, as it would for any program that writes through it.
+        // Replacing the link itself would quietly unlink the file from
+        // wherever the link was meant to take it. A link that leads nowhere
+        // is refused: where it would have us write is anyone's guess.
+        if (stat(name.c_str(), &st) != 0)
+            return report("%s is a symbolic link that leads nowhere; nothing written", name);
+        char* real = realpath(name.c_str(), nullptr);
+        if (real == nullptr)
+            return reportErrno(name, errno);
+        d.target = real;
+        std::free(real);
     }
-    if (!clip.GetImage(frame, buffer.data(), buffer.size())) {
-        std::fprintf(stderr, "vclip: unable to read frame %d\n", frame);
+    if (S_ISDIR(st.st_mode))
+        return report("%s is a directory; nothing written", name);
+    if (!S_ISREG(st.st_mode))
+        return report("%s is not a regular file; it is left as it is", name);
+
+    d.held.Reset(open(d.target.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
+    if (!d.held.IsOpen())
+        return errno == ENOENT || errno == ELOOP
+                   ? report("%s changed while it was examined; it is left as it is", name)
+                   : reportErrno(name, errno);
+    if (fstat(d.held.Get(), &st) != 0)
+        return reportErrno(name, errno);
+    if (!S_ISREG(st.st_mode))
+        return report("%s is not a regular file; it is left as it is", name);
+    d.found = fsIdentityOf(d.held.Get());
+    d.mode = st.st_mode & 07777;
+    for (const FileIdentity& input : rules.inputs)
+        if (fsSameFile(d.found, input))
+            return report("%s is the input file; it is left as it is", name);
+
+    // The clip header's first five words: mark, version, frame count,
+    // block size, replaceable.
+    std::string head(20, '\0');
+    const int64_t got = readAt(d.held.Get(), &head[0], 20, 0);
+    if (got < 0)
+        return reportErrno(name, errno);
+    head.resize(static_cast<size_t>(got));
+    const bool clip = head.compare(0, 4, reinterpret_cast<const char*>(kClipMagic), 4) == 0;
+    if (clip && head.size() < 20)
+        return report("%s is a clip whose header is cut short; it is left as it is", name);
+    if (clip && head.compare(16, 4, std::string(4, '\0')) == 0)
+        return report("%s is a preserved clip; it is left as it is", name);
+
+    if (st.st_size == 0)
+        d.holds = Destination::Holds::Empty;
+    else if (kind == OutputKind::Clip ? clip : startsAsOutput(kind, head))
+        d.holds = Destination::Holds::OwnKind;
+    else if (rules.force)
+        d.holds = Destination::Holds::OtherKind;
+    else
+        return report("%s is not %s; it is left as it is (--force replaces it)", name, kindName(kind));
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Clip outputs
+
+ClipOutput::~ClipOutput()
+{
+    if (finished)
+        return;
+    if (clip.IsInUse())
+        clip.Close();
+    clip.DropClaim();
+    if (made.known)
+        removeIfOurs(writtenAt, made);
+}
+
+bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32_t frames,
+                        const OutputRules& rules)
+{
+    if (!examineDestination(name, OutputKind::Clip, rules, destination))
         return false;
+    const Destination::Holds holds = destination.holds;
+    aside = holds == Destination::Holds::Empty || holds == Destination::Holds::OtherKind;
+    writtenAt = aside ? nameBeside(destination.target) : name;
+
+    clip.SetName(writtenAt.c_str());
+    clip.SetSize(format.width, format.height);
+    clip.SetImageFormat(format.packing);
+    clip.SetImageRate(format.rate);
+    clip.SetInterlacing(format.interlacing);
+    clip.SetImageLenght(frames);
+    if (clip.ImageSize() <= 0)
+        return report("no frame size for %s pictures of packing %s",
+                      std::to_string(format.width) + "x" + std::to_string(format.height),
+                      std::to_string(format.packing));
+
+    // The clip store opens what it will write and compares it with the
+    // inputs before anything changes; what it opened must be what was
+    // examined (an existing clip), or a file of its own making.
+    const int claim = clip.ClaimForWriting(rules.inputs.data(), static_cast<int>(rules.inputs.size()));
+    if (claim < 0)
+        return report("%s is the input file; it is left as it is", name);
+    if (claim == 0)
+        return report("unable to open %s as a clip to write; it is left as it is", name);
+    if (clip.ClaimKeepsClip()) {
+        clip.DropClaim();
+        return report("%s is a preserved clip; it is left as it is", name);
     }
-    if (clip.LastTransferBytes() < pictureBytes(clip)) {
-        std::fprintf(stderr, "vclip: frame %d is missing: the file is truncated\n", frame);
+    const FileIdentity claimed = clip.Identity();
+    const bool replacing = holds == Destination::Holds::OwnKind;
+    if (replacing ? !fsSameFile(claimed, destination.found)
+                  : fsSameFile(claimed, identityOfName(writtenAt))) {
+        clip.DropClaim();
+        return report("%s changed while it was examined; it is left as it is", name);
+    }
+    if (clip.BlockSize() > kLargestBlock) {
+        clip.DropClaim();
+        return report("%s is laid out in blocks of %s bytes, more than a clip can sensibly have; "
+                      "it is left as it is", name, std::to_string(clip.BlockSize()));
+    }
+    if (!clip.Open("w"))
+        return report("unable to write clip %s", name);
+    clip.HoldReports(true);  // a failed write is told once, by WriteFrame
+    if (!replacing)
+        made = clip.Identity();
+    if (aside)
+        fchmod(clip.Descriptor(), destination.found.known ? destination.mode : newFileMode());
+    return true;
+}
+
+bool ClipOutput::WriteFrame(int frame, FrameBuffer& buffer)
+{
+    errno = 0;
+    if (!clip.PutImage(frame, buffer.data(), buffer.size()))
+        return report("%s", destination.name + ": unable to write frame " + std::to_string(frame) +
+                                reason(errno));
+    return true;
+}
+
+bool ClipOutput::Finish()
+{
+    if (fsync(clip.Descriptor()) != 0)
+        return reportErrno(destination.name, errno);
+    clip.Close();
+    if (aside) {
+        if (!putInPlace(writtenAt, made, destination))
+            return false;
+        syncDirectoryOf(destination.target);
+    }
+    finished = true;
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Whole-file outputs
+
+FileOutput::~FileOutput()
+{
+    if (!finished && made.known)
+        removeIfOurs(asideName, made);
+}
+
+bool FileOutput::Begin(const std::string& name, OutputKind kind, const OutputRules& rules)
+{
+    if (!examineDestination(name, kind, rules, destination))
         return false;
+    const std::string& target = destination.target;
+    file.Reset(fsCreateUnnamed(target.c_str(), O_RDWR, 0666));
+    if (!file.IsOpen()) {
+        if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
+            return reportErrno(name, errno);
+        // No nameless files here: a dotted name beside the destination,
+        // removed again on every failure.
+        std::string pattern = nameBeside(target);
+        pattern.replace(pattern.size() - 8, 8, "XXXXXX");
+        file.Reset(mkostemp(&pattern[0], O_CLOEXEC));
+        if (!file.IsOpen())
+            return reportErrno(name, errno);
+        asideName = pattern;
+        if (!destination.found.known)
+            fchmod(file.Get(), newFileMode());
+    }
+    made = fsIdentityOf(file.Get());
+    if (destination.found.known)
+        fchmod(file.Get(), destination.mode);
+    return true;
+}
+
+bool FileOutput::Write(const void* data, size_t bytes)
+{
+    const auto* from = static_cast<const uint8_t*>(data);
+    while (bytes > 0) {
+        const ssize_t r = write(file.Get(), from, bytes);
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0)
+            return reportErrno(destination.name, r < 0 ? errno : EIO);
+        from += r;
+        bytes -= static_cast<size_t>(r);
     }
     return true;
 }
 
-bool writeFrame(vXfsFile& clip, int frame, FrameBuffer& buffer)
+bool FileOutput::Finish()
 {
-    if (!clip.PutImage(frame, buffer.data(), buffer.size())) {
-        std::fprintf(stderr, "vclip: unable to write frame %d\n", frame);
-        return false;
+    if (fsync(file.Get()) != 0)
+        return reportErrno(destination.name, errno);
+    if (asideName.empty()) {
+        if (!destination.found.known) {
+            // Nothing was there: the file takes the name, if it is still free.
+            if (fsNameUnnamed(file.Get(), destination.target.c_str()) != 0)
+                return errno == EEXIST ? appeared(destination) : reportErrno(destination.name, errno);
+            syncDirectoryOf(destination.target);
+            finished = true;
+            return true;
+        }
+        // A name of its own first, for the exchange.
+        for (int attempt = 0; asideName.empty() && attempt < 100; ++attempt) {
+            const std::string candidate = nameBeside(destination.target);
+            if (fsNameUnnamed(file.Get(), candidate.c_str()) == 0)
+                asideName = candidate;
+            else if (errno != EEXIST)
+                return reportErrno(destination.name, errno);
+        }
+        if (asideName.empty())
+            return reportErrno(destination.name, EEXIST);
     }
+    if (!putInPlace(asideName, made, destination))
+        return false;
+    syncDirectoryOf(destination.target);
+    finished = true;
     return true;
 }

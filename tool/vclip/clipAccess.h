@@ -1,12 +1,50 @@
-// How vclip reads and writes clips: through vXfsFile, with the checks a
-// store keeper expects (no file is overwritten unless it is a replaceable
-// clip; a frame that is not all in the file is an error, not a picture).
+// How vclip reaches files.
+//
+// Inputs are regular files only, opened without blocking. Clips are read and
+// written through vXfsFile, and a frame counts only where its picture is
+// written data in the file.
+//
+// Outputs follow the converter's rules: never over a preserved clip, never
+// over a file this run reads (compared by the files open, by device and
+// inode, before a byte changes), never over a directory or anything but a
+// regular file, and over a file of another kind than the output only when
+// forced. A clip replaces a replaceable clip in place, through the clip
+// store; every other output (a y4m stream, a picture, a clip over a file
+// that is not one) is written beside its destination and takes its place
+// only when complete and flushed, so that a failed run leaves what was there
+// as it was, and no file of its own behind.
+//
 // Failures print one line on stderr, "vclip: ...", and return false.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "clipfile/vXfsFile.h"
+#include "platform/fileIdentity.h"
+
+// A descriptor we own; closed with its holder.
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { Reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
+    UniqueFd& operator=(UniqueFd&& other) noexcept;
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    int Get() const { return fd_; }
+    bool IsOpen() const { return fd_ >= 0; }
+    int Release();
+    void Reset(int fd = -1);
+
+private:
+    int fd_ = -1;
+};
 
 // A buffer for one frame slot, aligned for direct transfers, cleared.
 class FrameBuffer {
@@ -31,22 +69,103 @@ struct ClipFormat {
     int interlacing = 1;  // 0 none or unknown, 1 top field first, 2 bottom field first
 };
 
-// Both paths exist and are one file.
-bool sameFile(const char* a, const char* b);
+// Opens a file to read: a regular file only, opened without blocking (a
+// FIFO put at the name in between cannot hold us up) and looked at again
+// once open. `expected` says what the file should be, for the message.
+bool openInput(const std::string& path, const char* expected, UniqueFd& fd, int64_t& size);
 
+// Reads `bytes` at `at`, going on after short reads: the bytes read, or -1.
+int64_t readAt(int fd, void* data, int64_t bytes, int64_t at);
+
+// Opens a clip to read. The clip store's reports of failed transfers are
+// held, so that a failure is told once, as vclip's own message.
 bool openForReading(vXfsFile& clip, const char* path);
 
-// Creates the clip, or replaces a replaceable one. Refuses anything else
-// already at `path`, and the file `source` (null when there is none).
-bool createClip(vXfsFile& clip, const char* path, const ClipFormat& format, int32_t frames,
-                const char* source);
-
 // Bytes of the picture at the start of a slot: known for 4:2:2 and 24-bit
-// RGB; for other packings the whole slot.
+// RGB; 0 for other packings (the clip store then takes the frame's size).
 int64_t pictureBytes(const vXfsFile& clip);
 
-// Frames, from frame 0, whose picture lies wholly in the file.
+// Frames, from frame 0, whose picture is written data in the file.
 int64_t framesPresent(const vXfsFile& clip);
 
-bool readFrame(vXfsFile& clip, int frame, FrameBuffer& buffer);
-bool writeFrame(vXfsFile& clip, int frame, FrameBuffer& buffer);
+// Says why frame `frame` cannot be read, if it cannot: not in the clip's
+// count, or not (all) written in the file. True when it is there.
+bool frameIsPresent(const vXfsFile& clip, const char* path, int64_t frame, int64_t present);
+
+// Reads frame `frame` of the clip at `path` whole (a frame the file holds
+// only in part is an error).
+bool readFrame(vXfsFile& clip, const char* path, int frame, FrameBuffer& buffer);
+
+// What an output may replace.
+struct OutputRules {
+    bool force = false;                // --force: a file of another kind too
+    std::vector<FileIdentity> inputs;  // the files this run reads
+};
+
+enum class OutputKind { Clip, Y4m, Png, Ppm, Bmp };
+
+// What is at an output's name, looked at through a descriptor of our own.
+struct Destination {
+    enum class Holds { Nothing, Empty, OwnKind, OtherKind };
+    std::string name;    // as given, for messages
+    std::string target;  // where the output goes: the name, or a link's final target
+    UniqueFd held;       // the file there, kept open until it is replaced
+    FileIdentity found;  // its identity; unknown when nothing is there
+    mode_t mode = 0;     // its permission bits, which a replacement takes over
+    Holds holds = Holds::Nothing;
+};
+
+// Looks at what is at `name` and refuses what the rules do not let this
+// output replace.
+bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules,
+                        Destination& destination);
+
+// A clip being written. Over nothing or a replaceable clip, the clip store
+// makes or replaces it in place; over an empty file, or a file of another
+// kind when forced, the clip is made beside it and put in its place by
+// Finish. A clip this run made and did not finish is removed, as long as
+// its name still leads to it; a replaceable clip replaced in place is left
+// with the frames written so far (and says so: its count is the full one).
+class ClipOutput {
+public:
+    ClipOutput() = default;
+    ~ClipOutput();
+    ClipOutput(const ClipOutput&) = delete;
+    ClipOutput& operator=(const ClipOutput&) = delete;
+
+    bool Create(const std::string& name, const ClipFormat& format, int32_t frames,
+                const OutputRules& rules);
+    vXfsFile& Clip() { return clip; }
+    bool WriteFrame(int frame, FrameBuffer& buffer);
+    bool Finish();
+
+private:
+    vXfsFile clip;
+    Destination destination;
+    std::string writtenAt;  // the name the clip has while it is written
+    FileIdentity made;      // the clip file this run created, if it did
+    bool aside = false;
+    bool finished = false;
+};
+
+// A whole file (a y4m stream, a picture) written beside its destination,
+// nameless where the file system allows, and put in place by Finish once
+// complete and flushed. Unfinished, it vanishes.
+class FileOutput {
+public:
+    FileOutput() = default;
+    ~FileOutput();
+    FileOutput(const FileOutput&) = delete;
+    FileOutput& operator=(const FileOutput&) = delete;
+
+    bool Begin(const std::string& name, OutputKind kind, const OutputRules& rules);
+    bool Write(const void* data, size_t bytes);
+    bool Finish();
+
+private:
+    Destination destination;
+    UniqueFd file;
+    std::string asideName;  // the file's temporary name; empty while nameless
+    FileIdentity made;
+    bool finished = false;
+};

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstdio>
 #include <vector>
 
 namespace {
@@ -27,21 +25,6 @@ void appendChunk(std::vector<uint8_t>& png, const char type[4], const std::vecto
     png.insert(png.end(), type, type + 4);
     png.insert(png.end(), body.begin(), body.end());
     putBig32(png, crc32(png.data() + typeAt, png.size() - typeAt));
-}
-
-bool writeAll(const std::string& path, const std::vector<uint8_t>& bytes)
-{
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f)
-        return false;
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-    const int saved = errno;
-    if (std::fclose(f) != 0 || !written) {
-        if (!written)
-            errno = saved;
-        return false;
-    }
-    return true;
 }
 
 }  // namespace
@@ -74,7 +57,7 @@ uint32_t adler32(const uint8_t* data, size_t size, uint32_t adler)
     return (b << 16) | a;
 }
 
-bool writePng(const std::string& path, const RgbImage& image)
+std::vector<uint8_t> encodePng(const RgbImage& image)
 {
     // Scanlines, each after its filter byte (0: none).
     const size_t row = static_cast<size_t>(image.width) * 3;
@@ -107,19 +90,19 @@ bool writePng(const std::string& path, const RgbImage& image)
     appendChunk(png, "IHDR", ihdr);
     appendChunk(png, "IDAT", z);
     appendChunk(png, "IEND", {});
-    return writeAll(path, png);
+    return png;
 }
 
-bool writePpm(const std::string& path, const RgbImage& image)
+std::vector<uint8_t> encodePpm(const RgbImage& image)
 {
     const std::string head =
         "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
     std::vector<uint8_t> ppm(head.begin(), head.end());
     ppm.insert(ppm.end(), image.rgb.begin(), image.rgb.end());
-    return writeAll(path, ppm);
+    return ppm;
 }
 
-bool writeBmp(const std::string& path, const RgbImage& image)
+std::vector<uint8_t> encodeBmp(const RgbImage& image)
 {
     const uint32_t row = static_cast<uint32_t>(image.width) * 3;
     const uint32_t stride = (row + 3) & ~3u;
@@ -148,20 +131,48 @@ bool writeBmp(const std::string& path, const RgbImage& image)
         }
         bmp.insert(bmp.end(), stride - row, 0);
     }
-    return writeAll(path, bmp);
+    return bmp;
 }
 
-bool writeImage(const std::string& path, const RgbImage& image)
+std::vector<uint8_t> encodeImage(ImageKind kind, const RgbImage& image)
+{
+    switch (kind) {
+    case ImageKind::Png:
+        return encodePng(image);
+    case ImageKind::Ppm:
+        return encodePpm(image);
+    case ImageKind::Bmp:
+        return encodeBmp(image);
+    default:
+        return {};
+    }
+}
+
+ImageKind imageKindOf(const std::string& path)
 {
     std::string ending = path.size() >= 4 ? path.substr(path.size() - 4) : "";
     std::transform(ending.begin(), ending.end(), ending.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     if (ending == ".png")
-        return writePng(path, image);
+        return ImageKind::Png;
     if (ending == ".ppm")
-        return writePpm(path, image);
+        return ImageKind::Ppm;
     if (ending == ".bmp")
-        return writeBmp(path, image);
-    errno = EINVAL;
-    return false;
+        return ImageKind::Bmp;
+    return ImageKind::None;
+}
+
+bool startsAsImage(ImageKind kind, const std::string& head)
+{
+    switch (kind) {
+    case ImageKind::Png:
+        return head.compare(0, 8, std::string("\x89PNG\r\n\x1A\n", 8)) == 0;
+    case ImageKind::Ppm:
+        return head.size() >= 3 && head[0] == 'P' && (head[1] == '6' || head[1] == '3') &&
+               std::isspace(static_cast<unsigned char>(head[2]));
+    case ImageKind::Bmp:
+        return head.compare(0, 2, "BM") == 0;
+    default:
+        return false;
+    }
 }

@@ -1,0 +1,438 @@
+// vclip and the files around it: what it may write over, what a failed run
+// leaves, what it takes from a y4m stream, which frames it counts as there,
+// and what an input can make it allocate or wait for. Every case checks
+// that no file it was not asked to write changed, and that nothing of its
+// own is left in the directory.
+#include <sys/stat.h>
+
+#include <chrono>
+#include <map>
+
+#include "clipfile/vXfsFile.h"
+#include "tests/run/runSupport.h"
+
+namespace {
+
+using namespace run;
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
+const std::string kClipMark("\0\x06\x09\xCE", 4);
+const std::string kPngMark("\x89PNG\r\n\x1A\n", 8);
+const std::string kY4mHead = "YUV4MPEG2 W16 H4 F25:1 It A0:0 C422\n";
+
+// Every entry of a directory: a hash for a file, the target for a link.
+// Two snapshots are equal when no file changed and none came or went.
+std::map<std::string, std::string> Snapshot(const std::string& dir)
+{
+    std::map<std::string, std::string> entries;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename();
+        if (entry.is_symlink())
+            entries[name] = "link to " + std::filesystem::read_symlink(entry.path()).string();
+        else if (entry.is_regular_file())
+            entries[name] = std::to_string(HashFile(entry.path()));
+        else
+            entries[name] = entry.is_directory() ? "directory" : "special file";
+    }
+    return entries;
+}
+
+// Drops the file's clean pages from the page cache. Reading space that is
+// only reserved (as hashing a file does) leaves zero pages over it, and the
+// file system then reports that space as data until the pages go.
+void ForgetCachedPages(const std::string& path)
+{
+    const int fd = open(path.c_str(), O_RDONLY);
+    posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
+    close(fd);
+}
+
+mode_t ModeOf(const std::string& path)
+{
+    struct stat st{};
+    return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// vclip started by a shell that first sets `limits` (ulimit options), and
+// killed after 20 seconds, so that a run that blocks or crawls fails its
+// test instead of holding up the suite. Descriptors the test runner left
+// open are closed, so that vclip's first file is its descriptor 3.
+RunResult LimitedVclip(const std::vector<std::string>& limits, std::vector<std::string> args)
+{
+    std::string script = "exec 3<&- 4<&- 5<&- 6<&- 7<&- 8<&- 9<&- && ";
+    for (const std::string& limit : limits)
+        script += "ulimit " + limit + " && ";
+    script += "exec timeout -s KILL 20 \"$0\" \"$@\"";
+    args.insert(args.begin(), {"-c", script, VCLIP_BIN});
+    return Run("/bin/sh", args);
+}
+
+// An address-space limit far below the 2 GB a frame buffer sized by a
+// damaged header would take. Sanitizers reserve more than that for
+// themselves, so under them only the time and the messages are checked.
+std::vector<std::string> MemoryLimit()
+{
+    return kSanitized ? std::vector<std::string>{} : std::vector<std::string>{"-v 262144"};
+}
+
+std::string Y4m(int frames, uint32_t seed)
+{
+    std::string stream = kY4mHead;
+    for (int f = 0; f < frames; ++f)
+        stream += "FRAME\n" + Random(128, seed + f);
+    return stream;
+}
+
+// A small store: 16x4 clips (128-byte pictures in 4096-byte slots), files of
+// other kinds, and links to several of them.
+void MakeStore(const ScratchDir& d)
+{
+    WriteClip(d / "in.clip", Header(2, 16, 4), 1);
+    WriteClip(d / "keep.clip", Header(1, 16, 4, 1008, 25.0, 1, 0), 2);
+    WriteClip(d / "other.clip", Header(1, 16, 4), 3);
+    WriteFile(d / "notes.txt", "notes, not a clip\n");
+    chmod((d / "notes.txt").c_str(), 0640);
+    WriteFile(d / "good.y4m", Y4m(1, 4));
+    WriteFile(d / "good.png", kPngMark + "rest of a picture");
+    WriteFile(d / "png.bmp", kPngMark + "a PNG under another name");
+    WriteFile(d / "empty.y4m", "");
+    WriteFile(d / "raw.uyvy", Random(256, 5));
+    WriteFile(d / "in.y4m", Y4m(2, 6));
+    std::filesystem::create_directory(d / "dir");
+    mkfifo((d / "fifo").c_str(), 0644);
+    for (auto [link, target] : {std::pair<const char*, const char*>{"toKeep.y4m", "keep.clip"},
+                                {"toKeep.png", "keep.clip"},
+                                {"toIn.y4m", "in.clip"},
+                                {"toGood.y4m", "good.y4m"},
+                                {"toY4mIn.clip", "in.y4m"},
+                                {"toRaw.clip", "raw.uyvy"},
+                                {"dangling.y4m", "nowhere"}})
+        std::filesystem::create_symlink(target, d / link);
+}
+
+struct OutputCase {
+    std::vector<std::string> args;  // "@name" is a file of the store
+    int status;
+    std::string message;  // part of standard error, "" for none
+    std::string changes;  // the one file that may change, or ""
+    std::string startsWith;
+};
+
+TEST(VclipSafety, WhatEachOutputMayReplace)
+{
+    const std::vector<std::string> bars = {"--frames", "1", "--width", "16", "--height", "4"};
+    const std::vector<std::string> raw = {"--uyvy", "@raw.uyvy", "--width", "16", "--height", "4"};
+    auto with = [](std::vector<std::string> head, const std::vector<std::string>& tail) {
+        head.insert(head.end(), tail.begin(), tail.end());
+        return head;
+    };
+    const std::string preserved = "is a preserved clip; it is left as it is";
+    const std::string input = "is the input file; it is left as it is";
+    const std::vector<OutputCase> cases = {
+        // Never a preserved clip, directly or through a link, forced or not.
+        {{"export", "@in.clip", "--y4m", "@keep.clip"}, 1, preserved, "", ""},
+        {{"export", "@in.clip", "--force", "--y4m", "@keep.clip"}, 1, preserved, "", ""},
+        {{"export", "@in.clip", "--y4m", "@toKeep.y4m", "--force"}, 1, preserved, "", ""},
+        {{"export", "@in.clip", "--frame", "0", "--image", "@toKeep.png", "--force"}, 1, preserved, "", ""},
+        {with({"bars", "@keep.clip", "--force"}, bars), 1, preserved, "", ""},
+        {with({"bars", "@toKeep.y4m", "--force"}, bars), 1, preserved, "", ""},
+        {with(with({"import"}, raw), {"@keep.clip", "--force"}), 1, preserved, "", ""},
+        // Never the input, by its name, a link or the descriptor vclip reads it by.
+        {{"export", "@in.clip", "--y4m", "@in.clip", "--force"}, 1, input, "", ""},
+        {{"export", "@in.clip", "--y4m", "@toIn.y4m", "--force"}, 1, input, "", ""},
+        {{"export", "@in.clip", "--y4m", "/proc/self/fd/3"}, 1, input, "", ""},
+        {{"import", "--y4m", "@in.y4m", "@in.y4m", "--force"}, 1, input, "", ""},
+        {{"import", "--y4m", "@in.y4m", "@toY4mIn.clip", "--force"}, 1, input, "", ""},
+        {with(with({"import"}, raw), {"@raw.uyvy", "--force"}), 1, input, "", ""},
+        {with(with({"import"}, raw), {"@toRaw.clip", "--force"}), 1, input, "", ""},
+        // Never a directory, a FIFO or a dangling link, forced or not.
+        {{"export", "@in.clip", "--y4m", "@dir", "--force"}, 1, "is a directory", "", ""},
+        {{"export", "@in.clip", "--y4m", "@fifo", "--force"}, 1, "is not a regular file", "", ""},
+        {{"export", "@in.clip", "--y4m", "@dangling.y4m", "--force"}, 1, "leads nowhere", "", ""},
+        {with({"bars", "@fifo", "--force"}, bars), 1, "is not a regular file", "", ""},
+        {with({"bars", "@dir", "--force"}, bars), 1, "is a directory", "", ""},
+        {with({"bars", "@dangling.y4m"}, bars), 1, "leads nowhere", "", ""},
+        // Another kind of file only with --force; its own kind, and an empty file, freely.
+        {{"export", "@in.clip", "--y4m", "@notes.txt"}, 1, "is not a YUV4MPEG2 stream", "", ""},
+        {{"export", "@in.clip", "--y4m", "@other.clip"}, 1, "is not a YUV4MPEG2 stream", "", ""},
+        {{"export", "@in.clip", "--y4m", "@notes.txt", "--force"}, 0, "", "notes.txt", "YUV4MPEG2 "},
+        {{"export", "@in.clip", "--y4m", "@good.y4m"}, 0, "", "good.y4m", "YUV4MPEG2 "},
+        {{"export", "@in.clip", "--y4m", "@toGood.y4m"}, 0, "", "good.y4m", "YUV4MPEG2 "},
+        {{"export", "@in.clip", "--y4m", "@empty.y4m"}, 0, "", "empty.y4m", "YUV4MPEG2 "},
+        {{"export", "@in.clip", "--y4m", "@new.y4m"}, 0, "", "new.y4m", "YUV4MPEG2 "},
+        {{"export", "@in.clip", "--frame", "1", "--image", "@good.png"}, 0, "", "good.png", kPngMark},
+        {{"export", "@in.clip", "--frame", "1", "--image", "@png.bmp"}, 1, "is not a BMP picture", "", ""},
+        {{"export", "@in.clip", "--frame", "1", "--image", "@png.bmp", "--force"}, 0, "", "png.bmp", "BM"},
+        {with({"bars", "@notes.txt"}, bars), 1, "is not a replaceable clip", "", ""},
+        {with({"bars", "--force", "@notes.txt"}, bars), 0, "", "notes.txt", kClipMark},
+        {with({"bars", "@other.clip"}, bars), 0, "", "other.clip", kClipMark},
+        {with({"bars", "@empty.y4m"}, bars), 0, "", "empty.y4m", kClipMark},
+        {{"import", "--y4m", "@in.y4m", "@good.y4m"}, 1, "is not a replaceable clip", "", ""},
+        {{"import", "--y4m", "@in.y4m", "@other.clip"}, 0, "", "other.clip", kClipMark},
+    };
+    for (const OutputCase& c : cases) {
+        ScratchDir d;
+        MakeStore(d);
+        std::vector<std::string> args;
+        std::string line;
+        for (const std::string& a : c.args) {
+            args.push_back(a[0] == '@' ? d / a.substr(1) : a);
+            line += " " + a;
+        }
+        SCOPED_TRACE("vclip" + line);
+        const mode_t mode = ModeOf(d / c.changes);
+        auto before = Snapshot(d.Path());
+        const RunResult r = LimitedVclip({}, args);
+        auto after = Snapshot(d.Path());
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_EQ(r.err.rfind(c.status == 0 ? "" : "vclip: ", 0), 0u) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        if (!c.changes.empty()) {
+            EXPECT_EQ(ReadFile(d / c.changes).substr(0, c.startsWith.size()), c.startsWith);
+            if (before.count(c.changes)) {
+                EXPECT_EQ(ModeOf(d / c.changes), mode) << "a replacement keeps the permissions";
+            }
+            before.erase(c.changes);
+            after.erase(c.changes);
+        }
+        EXPECT_EQ(after, before) << "only " << c.changes << " may change, and nothing be left behind";
+    }
+}
+
+// A failed export or clip leaves what was at its destination as it was,
+// and nothing of its own: the clip or file is missing a frame, or the run
+// reaches its file size limit half way.
+TEST(VclipSafety, FailedRunsLeaveTheDestinationAsItWas)
+{
+    const size_t slot = 4096;
+    struct Case {
+        std::string what;
+        std::vector<std::string> limits;
+        std::vector<std::string> args;  // "@name" is a file of the directory
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {"clip cut inside frame 1", {}, {"export", "@cut.clip", "--y4m", "@good.y4m"},
+         "cut.clip: frame 1 is missing: the file holds only 1 of its 3 frames"},
+        {"clip cut inside frame 1", {}, {"export", "@cut.clip", "--frame", "1", "--image", "@good.png"},
+         "cut.clip: frame 1 is missing: the file holds only 1 of its 3 frames"},
+        {"size limit", {"-f 8"}, {"export", "@wide.clip", "--y4m", "@good.y4m"}, "good.y4m: File too large"},
+        {"size limit", {"-f 4"}, {"export", "@wide.clip", "--frame", "2", "--image", "@good.png"},
+         "good.png: File too large"},
+        {"size limit", {"-f 8"}, {"bars", "@notes.txt", "--force", "--frames", "4", "--width", "64", "--height", "32"},
+         "unable to write frame 0: File too large"},
+        {"size limit", {"-f 8"}, {"bars", "@new.clip", "--frames", "4", "--width", "64", "--height", "32"},
+         "unable to write frame 0: File too large"},
+        {"size limit", {"-f 8"}, {"import", "--y4m", "@wide.y4m", "@new.clip"}, "unable to write frame 0: File too large"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what + ": " + c.args[0] + " " + c.args[1] + " ... " + c.args.back());
+        ScratchDir d;
+        WriteClip(d / "cut.clip", Header(3, 16, 4), 7, int64_t(2 * slot + 100));
+        WriteClip(d / "wide.clip", Header(4, 64, 32), 8);
+        std::string wide = "YUV4MPEG2 W64 H32 C422\n";
+        for (int f = 0; f < 4; ++f)
+            wide += "FRAME\n" + Random(64 * 32 * 2, 20 + f);
+        WriteFile(d / "wide.y4m", wide);
+        WriteFile(d / "good.y4m", Y4m(1, 9));
+        WriteFile(d / "good.png", kPngMark + "a good picture");
+        WriteFile(d / "notes.txt", "notes\n");
+        std::vector<std::string> args;
+        for (const std::string& a : c.args)
+            args.push_back(a[0] == '@' ? d / a.substr(1) : a);
+        const auto before = Snapshot(d.Path());
+        const RunResult r = LimitedVclip(c.limits, args);
+        EXPECT_EQ(r.status, 1) << r.err;
+        EXPECT_EQ(r.err.rfind("vclip: ", 0), 0u) << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_EQ(Snapshot(d.Path()), before);
+    }
+}
+
+TEST(VclipSafety, Y4mImportTakesWholeStreamsOrNothing)
+{
+    const std::string frame = Random(128, 11), head = "YUV4MPEG2 W16 H4 C422\n";
+    const std::string good = "FRAME\n" + frame;
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {head + good + "FRAME X" + std::string(5000, 'x') + "\n" + frame + good,
+         "frame 1: its FRAME line is longer than 4096 characters"},
+        {head + good + "FRA", "frame 1: the stream ends inside its FRAME line ('FRA' with no line end)"},
+        {head + good + "FRAME", "frame 1: the stream ends inside its FRAME line ('FRAME' with no line end)"},
+        {head + good + good + "FRAME\n" + frame.substr(0, 100), "frame 2: cut short: 100 of its 128 bytes are there"},
+        {head + good + "FRAME\n", "frame 1: cut short: 0 of its 128 bytes are there"},
+        {head + good + "FRAME Ib\n" + frame, "frame 1: frame tag Ib cannot be honoured"},
+        {head + good + "FRAME  X\n" + frame, "frame 1: malformed FRAME line"},
+        {head + good + "FRAMES\n" + frame, "frame 1: no FRAME line where the frame should start"},
+        {head + good + frame + good, "frame 1: no FRAME line where the frame should start"},
+        {"YUV4MPEG2 W16 H4 C422", "the header line has no line end"},
+        {"YUV4MPEG2 W16 H4 C422 X" + std::string(5000, 'x') + "\n" + good, "the header line is longer than 4096"},
+        {"YUV4MPEG2 W16 H4 F25:0 C422\n" + good, "bad frame rate tag F25:0"},
+        {"YUV4MPEG2 W16 H4 Ix C422\n" + good, "bad interlacing tag Ix"},
+        {"YUV4MPEG2 W16 H4 C420jpeg\n" + good, "colour space C420jpeg"},
+        {"YUV4MPEG2 W15 H4 C422\n" + good, "unsupported picture size 15x4"},
+        {"YUV4MPEG W16 H4 C422\n" + good, "not a YUV4MPEG2 stream"},
+    };
+    for (const auto& [stream, message] : cases) {
+        SCOPED_TRACE(message);
+        ScratchDir d;
+        WriteFile(d / "in.y4m", stream);
+        WriteClip(d / "old.clip", Header(1, 16, 4), 12);
+        const auto before = Snapshot(d.Path());
+        for (const char* out : {"new.clip", "old.clip"}) {
+            const RunResult r = LimitedVclip({}, {"import", "--y4m", d / "in.y4m", d / out});
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.err.rfind("vclip: " + d / "in.y4m: " + message, 0), 0u) << r.err;
+            EXPECT_EQ(Snapshot(d.Path()), before) << out;
+        }
+    }
+
+    // X tags carry nothing to honour: every frame comes in.
+    ScratchDir d;
+    WriteFile(d / "in.y4m", head + "FRAME XA=1\n" + frame + good + "FRAME XB=2 XC=3\n" + frame);
+    ASSERT_EQ(Vclip({"import", "--y4m", d / "in.y4m", d / "x.clip"}).status, 0);
+    EXPECT_NE(Vclip({"info", d / "x.clip"}).out.find("complete:     yes, all 3 frames present"), std::string::npos);
+}
+
+// Frames count only where their pictures are written data: a run that
+// stopped leaves a clip whose header counts more frames than it holds, in a
+// file that is too short, has holes, or has space only reserved.
+TEST(VclipSafety, OnlyWrittenFramesArePresent)
+{
+    const int64_t slot = 4096;
+    using Maker = void (*)(const std::string&);
+    const std::vector<std::pair<std::string, Maker>> clips = {
+        {"cut inside frame 1", [](const std::string& p) { WriteClip(p, Header(3, 16, 4), 1, 2 * slot + 100); }},
+        {"frame 1 a hole",
+         [](const std::string& p) {
+             WriteClip(p, Header(3, 16, 4), 1);
+             const int fd = open(p.c_str(), O_RDWR);
+             EXPECT_EQ(fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 2 * slot, slot), 0);
+             close(fd);
+         }},
+        {"frames 1 and 2 reserved",
+         [](const std::string& p) {
+             WriteClip(p, Header(3, 16, 4), 1, 2 * slot);
+             const int fd = open(p.c_str(), O_RDWR);
+             EXPECT_EQ(fallocate(fd, 0, 2 * slot, 2 * slot), 0);
+             close(fd);
+         }},
+        {"written by the store: space reserved for 3, frame 0 written",
+         [](const std::string& p) {
+             StdoutOf([&] {
+                 vXfsFile clip;
+                 clip.SetName(p.c_str());
+                 clip.SetSize(16, 4);
+                 clip.SetImageFormat(DM_IMAGE_PACKING_CbYCrY);
+                 clip.SetImageLenght(3);
+                 ASSERT_TRUE(clip.Open("w"));
+                 clip.IOCtl(XFS_ALLOCATE_IMAGES, reinterpret_cast<void*>(uintptr_t{3}));
+                 void* frame = nullptr;
+                 ASSERT_EQ(posix_memalign(&frame, 4096, size_t(slot)), 0);
+                 std::memset(frame, 0x80, size_t(slot));
+                 EXPECT_TRUE(clip.PutImage(0, frame, int(slot)));
+                 std::free(frame);
+                 clip.Close();
+             });
+         }},
+    };
+    for (const auto& [what, make] : clips) {
+        SCOPED_TRACE(what);
+        ScratchDir d;
+        const std::string clip = d / "part.clip";
+        make(clip);
+        const auto before = Snapshot(d.Path());
+        ForgetCachedPages(clip);
+        const std::string info = Vclip({"info", clip}).out;
+        EXPECT_NE(info.find("complete:     no, 1 of 3 frames present\n"), std::string::npos) << info;
+        const RunResult missing = Vclip({"export", clip, "--frame", "1", "--image", d / "f.png"});
+        const RunResult whole = Vclip({"export", clip, "--y4m", d / "all.y4m"});
+        for (const RunResult& r : {missing, whole}) {
+            EXPECT_EQ(r.status, 1);
+            EXPECT_EQ(r.err, "vclip: " + clip + ": frame 1 is missing: the file holds only 1 of its 3 frames\n");
+        }
+        EXPECT_EQ(Snapshot(d.Path()), before);
+        EXPECT_EQ(Vclip({"export", clip, "--frame", "0", "--image", d / "f.png"}).status, 0);
+    }
+
+    // A frame count that is not valid is said to be so, never "complete".
+    ScratchDir d;
+    WriteFile(d / "neg.clip", Encoded(Header(-1, 16, 4)) + std::string(3 * slot - 44, '\x10'));
+    EXPECT_NE(Vclip({"info", d / "neg.clip"}).out.find("complete:     no, the frame count -1 is not valid\n"),
+              std::string::npos);
+    for (const std::vector<std::string>& to : {std::vector<std::string>{"--y4m", d / "n.y4m"},
+                                               std::vector<std::string>{"--frame", "0", "--image", d / "n.png"}}) {
+        std::vector<std::string> args = {"export", d / "neg.clip"};
+        args.insert(args.end(), to.begin(), to.end());
+        EXPECT_EQ(Vclip(args).err, "vclip: " + d / "neg.clip" + " has an invalid frame count (-1)\n");
+    }
+    EXPECT_EQ(Snapshot(d.Path()).size(), 1u);
+}
+
+// What a header claims is believed only as far as the file bears it out:
+// nothing is allocated for a frame the file does not hold, and no input
+// makes vclip wait.
+TEST(VclipSafety, InputsCannotMakeItAllocateOrWait)
+{
+    ScratchDir d;
+    // 44 bytes, claiming one frame in a slot of 2147483647 bytes.
+    ClipHeader huge = Header(1, 16, 4);
+    huge.blockSize = 2147483647;
+    WriteFile(d / "huge.clip", huge.Encode());
+    // A replaceable clip laid out in 1 GB blocks, which a replacement keeps.
+    ClipHeader blocks = Header(0, 16, 4);
+    blocks.blockSize = 1 << 30;
+    WriteFile(d / "blocks.clip", blocks.Encode());
+    WriteFile(d / "side.y4m", "YUV4MPEG2 W16384 H16384 C422\n");
+    WriteFile(d / "side1.y4m", "YUV4MPEG2 W16384 H16384 C422\nFRAME\n" + std::string(1000, '\x10'));
+    mkfifo((d / "fifo").c_str(), 0644);
+    WriteClip(d / "in.clip", Header(1, 16, 4), 3);
+
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    };
+    const std::string missing = "frame 0 is missing: the file holds only 0 of its 1 frames";
+    const std::vector<Case> cases = {
+        {{"export", d / "huge.clip", "--y4m", d / "huge.y4m"}, 1, missing},
+        {{"export", d / "huge.clip", "--frame", "0", "--image", d / "huge.ppm"}, 1, missing},
+        {{"bars", d / "blocks.clip", "--frames", "1", "--width", "16", "--height", "4"}, 1,
+         "is laid out in blocks of 1073741824 bytes"},
+        {{"import", "--y4m", d / "side1.y4m", d / "side1.clip"}, 1, "frame 0: cut short: 1000 of its 536870912 bytes"},
+        {{"import", "--y4m", d / "side.y4m", d / "side.clip"}, 0, ""},
+        {{"import", "--uyvy", d / "fifo", "--width", "16", "--height", "4", d / "f.clip"}, 1,
+         "fifo is not a regular file; a file of raw UYVY frames was expected"},
+        {{"import", "--y4m", d / "fifo", d / "f.clip"}, 1, "fifo is not a regular file; a YUV4MPEG2 stream was expected"},
+        {{"info", d / "fifo"}, 1, "fifo is not a regular file; a clip file was expected"},
+        {{"export", d / "in.clip", "--y4m", d / "fifo", "--force"}, 1, "fifo is not a regular file; it is left as it is"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args[0] + " " + c.args[1] + " ... " + c.args.back());
+        auto before = Snapshot(d.Path());
+        const auto start = std::chrono::steady_clock::now();
+        const RunResult r = LimitedVclip(MemoryLimit(), c.args);
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_LT(seconds, 5.0);
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        auto after = Snapshot(d.Path());
+        if (c.status == 0)
+            after.erase("side.clip");
+        EXPECT_EQ(after, before);
+    }
+    // The stream with no frame is a clip with none.
+    EXPECT_NE(Vclip({"info", d / "side.clip"}).out.find("complete:     yes, all 0 frames present"), std::string::npos);
+}
+
+}  // namespace
