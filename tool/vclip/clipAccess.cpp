@@ -16,7 +16,6 @@
 namespace {
 
 constexpr size_t kBufferAlignment = 4096;
-constexpr unsigned char kClipMagic[4] = {0x00, 0x06, 0x09, 0xCE};
 
 // A clip replaced in place keeps its block size. Clips are laid out in
 // blocks of a few kilobytes; a larger block size means a damaged header,
@@ -279,8 +278,7 @@ bool openForReading(vXfsFile& clip, const char* path)
     int64_t size = 0;
     if (!openInput(path, "a clip file", fd, size))
         return false;
-    unsigned char magic[4] = {};
-    if (readAt(fd.Get(), magic, 4, 0) != 4 || std::memcmp(magic, kClipMagic, 4) != 0)
+    if (!vXfsFile::StartsAsClip(fd.Get()))
         return report("%s is not a clip file (it does not start with the clip mark)", path);
     fd.Reset();
     clip.SetName(path);
@@ -388,7 +386,7 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
     if (got < 0)
         return reportErrno(name, errno);
     head.resize(static_cast<size_t>(got));
-    const bool clip = head.compare(0, 4, reinterpret_cast<const char*>(kClipMagic), 4) == 0;
+    const bool clip = vXfsFile::StartsAsClip(d.held.Get());
     if (clip && head.size() < 20)
         return report("%s is a clip whose header is cut short; it is left as it is", name);
     if (clip && head.compare(16, 4, std::string(4, '\0')) == 0)
