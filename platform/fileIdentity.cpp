@@ -1,12 +1,17 @@
 #include "platform/fileIdentity.h"
 
 #include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 namespace {
 
@@ -122,6 +127,49 @@ int fsNameUnnamed(int fd, const char* path)
     return linkat(AT_FDCWD, procPath(fd).c_str(), AT_FDCWD, path, AT_SYMLINK_FOLLOW) < 0 ? -1 : 0;
 }
 
+namespace {
+
+// The first byte at or after `from` that the extent map shows as no written
+// data: a gap between extents, an unwritten (reserved) extent, or the end
+// of the last extent. -1 when the file system has no extent map.
+int64_t firstGapInExtents(int fd, int64_t from, int64_t size)
+{
+    constexpr unsigned kBatch = 64;
+    std::vector<unsigned char> request(sizeof(fiemap) + kBatch * sizeof(fiemap_extent));
+    auto* map = reinterpret_cast<fiemap*>(request.data());
+    int64_t cursor = from;
+    // Written pages still in the cache may sit on extents the file system
+    // has not marked written yet: they are flushed first.
+    unsigned flags = FIEMAP_FLAG_SYNC;
+    while (cursor < size) {
+        std::fill(request.begin(), request.end(), 0);
+        map->fm_start = static_cast<uint64_t>(cursor);
+        map->fm_length = static_cast<uint64_t>(size - cursor);
+        map->fm_flags = flags;
+        map->fm_extent_count = kBatch;
+        if (ioctl(fd, FS_IOC_FIEMAP, map) < 0)
+            return -1;
+        flags = 0;
+        if (map->fm_mapped_extents == 0)
+            return cursor;  // nothing mapped from here on
+        for (unsigned k = 0; k < map->fm_mapped_extents; ++k) {
+            const fiemap_extent& e = map->fm_extents[k];
+            const int64_t start = static_cast<int64_t>(e.fe_logical);
+            const int64_t end = start + static_cast<int64_t>(e.fe_length);
+            if (start > cursor)
+                return cursor;
+            if ((e.fe_flags & FIEMAP_EXTENT_UNWRITTEN) != 0)
+                return std::max(cursor, start);
+            cursor = std::max(cursor, end);
+            if ((e.fe_flags & FIEMAP_EXTENT_LAST) != 0 || cursor >= size)
+                return std::min(cursor, size);
+        }
+    }
+    return std::min(cursor, size);
+}
+
+}  // namespace
+
 int64_t fsNextHole(int fd, int64_t from)
 {
     struct stat st;
@@ -129,8 +177,14 @@ int64_t fsNextHole(int fd, int64_t from)
         return -1;
     if (from >= st.st_size)
         return st.st_size;
+    // The extent map tells reserved space from written data whatever the
+    // cache holds; SEEK_HOLE, where there is no map (tmpfs), would count
+    // reserved space as data once something has read it.
+    const int64_t gap = firstGapInExtents(fd, from, st.st_size);
+    if (gap >= 0)
+        return gap;
     const off_t hole = lseek(fd, from, SEEK_HOLE);
     if (hole < 0)
-        return errno == ENXIO ? st.st_size : (errno == EINVAL ? st.st_size : -1);
+        return errno == ENXIO || errno == EINVAL ? st.st_size : -1;
     return hole < st.st_size ? hole : st.st_size;
 }
