@@ -2,7 +2,12 @@
 # INTERFACE libraries; nothing is set globally or copied per folder.
 
 add_library(project_warnings INTERFACE)
-target_compile_options(project_warnings INTERFACE -Wall -Wextra)
+target_compile_options(project_warnings INTERFACE -Wall -Wextra -Wshadow -Wconversion -Wformat=2)
+# The test command builds with warnings as errors, so none can creep in.
+option(PAL2NTSC_WERROR "Treat compiler warnings as errors" OFF)
+if(PAL2NTSC_WERROR)
+  target_compile_options(project_warnings INTERFACE -Werror)
+endif()
 
 add_library(project_options INTERFACE)
 target_include_directories(project_options INTERFACE ${PROJECT_SOURCE_DIR})
