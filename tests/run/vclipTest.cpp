@@ -1,6 +1,6 @@
 // vclip, the store keeper's tool: test clips, information, import and export,
 // and the files it writes checked field by field.
-#include "tests/run/runSupport.h"
+#include "tests/run/vclipInProcess.h"
 
 #ifdef HAVE_ZLIB
 #include <zlib.h>
@@ -22,21 +22,21 @@ uint32_t Number(const std::string& s, size_t at, int bytes, bool big)
 TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
 {
     ScratchDir dir;
-    const RunResult help = Vclip({"--help"}), unknown = Vclip({"frobnicate"});
+    const RunResult help = VclipInProcess({"--help"}), unknown = VclipInProcess({"frobnicate"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out.rfind("Usage: vclip COMMAND", 0), 0u);
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.err, "vclip: unknown command 'frobnicate'; see 'vclip --help'\n");
-    EXPECT_EQ(Vclip({"bars", dir / "x.clip", "--colour", "red"}).err, "vclip: unknown option --colour\n");
-    EXPECT_EQ(Vclip({"bars", dir / "x.clip", "--width", "721"}).status, 1);
+    EXPECT_EQ(VclipInProcess({"bars", dir / "x.clip", "--colour", "red"}).err, "vclip: unknown option --colour\n");
+    EXPECT_EQ(VclipInProcess({"bars", dir / "x.clip", "--width", "721"}).status, 1);
     EXPECT_FALSE(std::filesystem::exists(dir / "x.clip"));
 
     const std::string clip = dir / "bars.clip", text = dir / "notes.txt";
-    ASSERT_EQ(Vclip({"bars", clip, "--frames", "3"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"bars", clip, "--frames", "3"}).status, 0);
     const std::string bars = ReadFile(clip);
     EXPECT_EQ(bars.substr(0, 44), Encoded(Header(3, 720, 576)));
     EXPECT_EQ(bars.size(), 831488u * 4);
-    EXPECT_EQ(Vclip({"info", clip}).out,
+    EXPECT_EQ(VclipInProcess({"info", clip}).out,
               "clip:         " + clip + "\nversion:      3\nframes:       3\nblock size:   4096\n"
               "replaceable:  1\nwidth:        720\nheight:       576\npacking:      1008 (YUV 4:2:2)\n"
               "rate:         25\ninterlacing:  1\nframe slot:   831488\ndata offset:  831488\n"
@@ -44,10 +44,10 @@ TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
 
     // A file that is not a clip is not written over; a replaceable clip is.
     WriteFile(text, "not a clip");
-    const RunResult refused = Vclip({"bars", text, "--frames", "1"});
+    const RunResult refused = VclipInProcess({"bars", text, "--frames", "1"});
     EXPECT_EQ(refused.err, "vclip: " + text + " is not a replaceable clip; it is left as it is (--force replaces it)\n");
     EXPECT_EQ(ReadFile(text), "not a clip");
-    EXPECT_EQ(Vclip({"bars", clip, "--frames", "2", "--width", "32", "--height", "8"}).status, 0);
+    EXPECT_EQ(VclipInProcess({"bars", clip, "--frames", "2", "--width", "32", "--height", "8"}).status, 0);
     EXPECT_EQ(ReadFile(clip).substr(0, 44), Encoded(Header(2, 32, 8)));
 }
 
@@ -60,17 +60,17 @@ TEST(Vclip, Y4mImportAndExportRoundTrip)
     ScratchDir dir;
     const std::string in = dir / "in.y4m", clip = dir / "y.clip", out = dir / "out.y4m";
     WriteFile(in, stream);
-    ASSERT_EQ(Vclip({"import", "--y4m", in, clip}).status, 0);
+    ASSERT_EQ(VclipInProcess({"import", "--y4m", in, clip}).status, 0);
     const std::string imported = ReadFile(clip);
     EXPECT_EQ(imported.substr(0, 44), Encoded(Header(3, 16, 4, 1008, 30000.0 / 1001)));
     // Pixel pair 5 of frame 1: Cb, Y0, Cr, Y1 from the planes.
     const std::string y = Random(128, 41);
     EXPECT_EQ(SlotOf(imported, 4096, 1).substr(20, 4), (std::string{y[64 + 5], y[10], y[96 + 5], y[11]}));
-    ASSERT_EQ(Vclip({"export", clip, "--y4m", out}).status, 0);
+    ASSERT_EQ(VclipInProcess({"export", clip, "--y4m", out}).status, 0);
     EXPECT_TRUE(ReadFile(out) == stream);
 
     WriteFile(in, "YUV4MPEG2 W16 H4 C422\nFRAME\n" + std::string(100, '\x80'));
-    EXPECT_EQ(Vclip({"import", "--y4m", in, dir / "bad.clip"}).status, 1);
+    EXPECT_EQ(VclipInProcess({"import", "--y4m", in, dir / "bad.clip"}).status, 1);
     EXPECT_FALSE(std::filesystem::exists(dir / "bad.clip"));
 }
 
@@ -82,23 +82,23 @@ TEST(Vclip, RawImportConvertAndExport)
     const std::string raw = Random(frame * 3, 99), rawPath = dir / "in.uyvy", pal = dir / "pal.clip";
     const std::string ntsc = dir / "ntsc.clip", small = dir / "small.clip";
     WriteFile(rawPath, raw);
-    ASSERT_EQ(Vclip({"import", "--uyvy", rawPath, "--width", "724", "--height", "576", pal}).status, 0);
+    ASSERT_EQ(VclipInProcess({"import", "--uyvy", rawPath, "--width", "724", "--height", "576", pal}).status, 0);
     ASSERT_EQ(Tool({"-P", pal, "-N", ntsc, "-n", small}).out, "PAL file: 3 frames [724x576]\n");
     const std::string converted = ReadFile(ntsc);
     // NTSC line 0 is input line 1: the raw bytes went into the clip as they were.
     EXPECT_TRUE(SlotOf(converted, slot, 2).substr(0, line) == raw.substr(2 * frame + line, line));
 
-    ASSERT_EQ(Vclip({"export", ntsc, "--y4m", dir / "ntsc.y4m"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"export", ntsc, "--y4m", dir / "ntsc.y4m"}).status, 0);
     const std::string y4m = ReadFile(dir / "ntsc.y4m"), header = "YUV4MPEG2 W724 H486 F25:1 Ip A0:0 C422\n";
     EXPECT_EQ(y4m.substr(0, header.size()), header);
     EXPECT_EQ(y4m.size(), header.size() + 3 * (6 + 724 * 486 * 2));
     // Imported again, the frames are those of the NTSC clip.
-    ASSERT_EQ(Vclip({"import", "--y4m", dir / "ntsc.y4m", dir / "back.clip"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"import", "--y4m", dir / "ntsc.y4m", dir / "back.clip"}).status, 0);
     EXPECT_TRUE(ReadFile(dir / "back.clip").substr(slot) == converted.substr(slot));
-    EXPECT_EQ(Vclip({"export", ntsc, "--y4m", ntsc}).status, 1);
+    EXPECT_EQ(VclipInProcess({"export", ntsc, "--y4m", ntsc}).status, 1);
     EXPECT_TRUE(ReadFile(ntsc) == converted);
 
-    ASSERT_EQ(Vclip({"export", small, "--frame", "1", "--image", dir / "s.bmp"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"export", small, "--frame", "1", "--image", dir / "s.bmp"}).status, 0);
     const std::string bmp = ReadFile(dir / "s.bmp");
     ASSERT_EQ(bmp.size(), 54u + 544 * 121);
     EXPECT_EQ(bmp.substr(0, 2), "BM");
@@ -120,11 +120,11 @@ TEST(Vclip, PpmAndPngImages)
     const std::string rgb("\xFF\xFF\xFF\0\0\0\xFF\0\0\xFF\0\0\x80\x80\x80\x80\x80\x80\0\0\0\xFF\xFF\xFF", 24);
     ScratchDir dir;
     WriteFile(dir / "in.uyvy", pairs + pairs);
-    ASSERT_EQ(Vclip({"import", "--uyvy", dir / "in.uyvy", "--width", "8", "--height", "2", dir / "c.clip"}).status, 0);
-    ASSERT_EQ(Vclip({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.ppm"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"import", "--uyvy", dir / "in.uyvy", "--width", "8", "--height", "2", dir / "c.clip"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.ppm"}).status, 0);
     EXPECT_EQ(ReadFile(dir / "f.ppm"), "P6\n8 2\n255\n" + rgb + rgb);
 
-    ASSERT_EQ(Vclip({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.PNG"}).status, 0);
+    ASSERT_EQ(VclipInProcess({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.PNG"}).status, 0);
     const std::string png = ReadFile(dir / "f.PNG");
     ASSERT_EQ(png.substr(0, 8), std::string("\x89PNG\r\n\x1A\n", 8));
     std::string idat, types;

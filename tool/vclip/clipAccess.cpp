@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 
 #include "tool/vclip/imageFiles.h"
+#include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
 
 namespace {
@@ -22,17 +24,20 @@ constexpr size_t kBufferAlignment = 4096;
 // and every frame buffer would be that large.
 constexpr int32_t kLargestBlock = 1 << 20;
 
-bool report(const char* format, const std::string& a, const std::string& b = "")
+// An error line, "vclip: ...", on standard error; false, for the caller to
+// return.
+__attribute__((format(printf, 1, 2))) bool report(const char* format, ...)
 {
-    std::fprintf(stderr, "vclip: ");
-    std::fprintf(stderr, format, a.c_str(), b.c_str());
-    std::fprintf(stderr, "\n");
+    va_list args;
+    va_start(args, format);
+    errorLine(format, args);
+    va_end(args);
     return false;
 }
 
 bool reportErrno(const std::string& name, int error)
 {
-    return report("%s: %s", name, std::strerror(error));
+    return report("%s: %s", name.c_str(), std::strerror(error));
 }
 
 // Why the last transfer failed: the system's reason, when there is one.
@@ -129,12 +134,12 @@ bool startsAsOutput(OutputKind kind, const std::string& head)
 
 bool appeared(const Destination& d)
 {
-    return report("%s appeared while the output was written; it is left as it is", d.name);
+    return report("%s appeared while the output was written; it is left as it is", d.name.c_str());
 }
 
 bool changed(const Destination& d)
 {
-    return report("%s changed while the output was written; it is left as it is", d.name);
+    return report("%s changed while the output was written; it is left as it is", d.name.c_str());
 }
 
 // Puts the finished file `aside` (the file `ours`) in the destination's
@@ -174,7 +179,7 @@ bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination&
         // Another file had taken the name: it gets its name back.
         if (renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, target, RENAME_EXCHANGE) != 0)
             return report("%s changed while the output was written, and could not be put back: "
-                          "the file that had the name is now %s", d.name, aside);
+                          "the file that had the name is now %s", d.name.c_str(), aside.c_str());
         return changed(d);
     }
     if (errno == ENOENT)
@@ -236,9 +241,9 @@ bool openInput(const std::string& path, const char* expected, UniqueFd& fd, int6
     if (stat(path.c_str(), &st) != 0)
         return reportErrno(path, errno);
     auto notRegular = [&] {
-        return report(S_ISDIR(st.st_mode) ? "%s is a directory; %s was expected"
-                                          : "%s is not a regular file; %s was expected",
-                      path, expected);
+        if (S_ISDIR(st.st_mode))
+            return report("%s is a directory; %s was expected", path.c_str(), expected);
+        return report("%s is not a regular file; %s was expected", path.c_str(), expected);
     };
     if (!S_ISREG(st.st_mode))
         return notRegular();
@@ -306,14 +311,13 @@ bool frameIsPresent(const vXfsFile& clip, const char* path, int64_t frame, int64
 {
     const int32_t count = clip.GetNumFrames();
     if (count < 0)
-        return report("%s has an invalid frame count (%s)", path, std::to_string(count));
+        return report("%s has an invalid frame count (%d)", path, count);
     if (frame >= count)
-        return report("%s", std::string(path) + ": frame " + std::to_string(frame) +
-                                " is not in the clip (it has " + std::to_string(count) + " frames)");
+        return report("%s: frame %lld is not in the clip (it has %d frames)", path, static_cast<long long>(frame),
+                      count);
     if (frame >= present)
-        return report("%s", std::string(path) + ": frame " + std::to_string(frame) +
-                                " is missing: the file holds only " + std::to_string(present) +
-                                " of its " + std::to_string(count) + " frames");
+        return report("%s: frame %lld is missing: the file holds only %lld of its %d frames", path,
+                      static_cast<long long>(frame), static_cast<long long>(present), count);
     return true;
 }
 
@@ -321,13 +325,13 @@ bool readFrame(vXfsFile& clip, const char* path, int frame, FrameBuffer& buffer)
 {
     const std::string label = std::string(path) + ": frame " + std::to_string(frame);
     if (frame < 0 || frame >= clip.GetNumFrames())
-        return report("%s is not in the clip", label);
+        return report("%s is not in the clip", label.c_str());
     errno = 0;
     if (!clip.GetImage(frame, buffer.data(), buffer.size()))
-        return report("%s: unable to read it%s", label, reason(errno));
+        return report("%s: unable to read it%s", label.c_str(), reason(errno).c_str());
     const int64_t picture = pictureBytes(clip) > 0 ? pictureBytes(clip) : buffer.size();
     if (clip.LastTransferBytes() < picture)
-        return report("%s is missing: the file is cut short", label);
+        return report("%s is missing: the file is cut short", label.c_str());
     return true;
 }
 
@@ -352,7 +356,7 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
         // wherever the link was meant to take it. A link that leads nowhere
         // is refused: where it would have us write is anyone's guess.
         if (stat(name.c_str(), &st) != 0)
-            return report("%s is a symbolic link that leads nowhere; nothing written", name);
+            return report("%s is a symbolic link that leads nowhere; nothing written", name.c_str());
         char* real = realpath(name.c_str(), nullptr);
         if (real == nullptr)
             return reportErrno(name, errno);
@@ -360,24 +364,24 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
         std::free(real);
     }
     if (S_ISDIR(st.st_mode))
-        return report("%s is a directory; nothing written", name);
+        return report("%s is a directory; nothing written", name.c_str());
     if (!S_ISREG(st.st_mode))
-        return report("%s is not a regular file; it is left as it is", name);
+        return report("%s is not a regular file; it is left as it is", name.c_str());
 
     d.held.Reset(open(d.target.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW));
     if (!d.held.IsOpen())
         return errno == ENOENT || errno == ELOOP
-                   ? report("%s changed while it was examined; it is left as it is", name)
+                   ? report("%s changed while it was examined; it is left as it is", name.c_str())
                    : reportErrno(name, errno);
     if (fstat(d.held.Get(), &st) != 0)
         return reportErrno(name, errno);
     if (!S_ISREG(st.st_mode))
-        return report("%s is not a regular file; it is left as it is", name);
+        return report("%s is not a regular file; it is left as it is", name.c_str());
     d.found = fsIdentityOf(d.held.Get());
     d.mode = st.st_mode & 07777;
     for (const FileIdentity& input : rules.inputs)
         if (fsSameFile(d.found, input))
-            return report("%s is the input file; it is left as it is", name);
+            return report("%s is the input file; it is left as it is", name.c_str());
 
     // The clip header's first five words: mark, version, frame count,
     // block size, replaceable.
@@ -388,9 +392,9 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
     head.resize(static_cast<size_t>(got));
     const bool clip = vXfsFile::StartsAsClip(d.held.Get());
     if (clip && head.size() < 20)
-        return report("%s is a clip whose header is cut short; it is left as it is", name);
+        return report("%s is a clip whose header is cut short; it is left as it is", name.c_str());
     if (clip && head.compare(16, 4, std::string(4, '\0')) == 0)
-        return report("%s is a preserved clip; it is left as it is", name);
+        return report("%s is a preserved clip; it is left as it is", name.c_str());
 
     if (st.st_size == 0)
         d.holds = Destination::Holds::Empty;
@@ -399,7 +403,7 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
     else if (rules.force)
         d.holds = Destination::Holds::OtherKind;
     else
-        return report("%s is not %s; it is left as it is (--force replaces it)", name, kindName(kind));
+        return report("%s is not %s; it is left as it is (--force replaces it)", name.c_str(), kindName(kind));
     return true;
 }
 
@@ -433,36 +437,35 @@ bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32
     clip.SetInterlacing(format.interlacing);
     clip.SetImageLenght(frames);
     if (clip.ImageSize() <= 0)
-        return report("no frame size for %s pictures of packing %s",
-                      std::to_string(format.width) + "x" + std::to_string(format.height),
-                      std::to_string(format.packing));
+        return report("no frame size for %dx%d pictures of packing %d", format.width, format.height,
+                      static_cast<int>(format.packing));
 
     // The clip store opens what it will write and compares it with the
     // inputs before anything changes; what it opened must be what was
     // examined (an existing clip), or a file of its own making.
     const int claim = clip.ClaimForWriting(rules.inputs.data(), static_cast<int>(rules.inputs.size()));
     if (claim < 0)
-        return report("%s is the input file; it is left as it is", name);
+        return report("%s is the input file; it is left as it is", name.c_str());
     if (claim == 0)
-        return report("unable to open %s as a clip to write; it is left as it is", name);
+        return report("unable to open %s as a clip to write; it is left as it is", name.c_str());
     if (clip.ClaimKeepsClip()) {
         clip.DropClaim();
-        return report("%s is a preserved clip; it is left as it is", name);
+        return report("%s is a preserved clip; it is left as it is", name.c_str());
     }
     const FileIdentity claimed = clip.Identity();
     const bool replacing = holds == Destination::Holds::OwnKind;
     if (replacing ? !fsSameFile(claimed, destination.found)
                   : fsSameFile(claimed, identityOfName(writtenAt))) {
         clip.DropClaim();
-        return report("%s changed while it was examined; it is left as it is", name);
+        return report("%s changed while it was examined; it is left as it is", name.c_str());
     }
     if (clip.BlockSize() > kLargestBlock) {
         clip.DropClaim();
-        return report("%s is laid out in blocks of %s bytes, more than a clip can sensibly have; "
-                      "it is left as it is", name, std::to_string(clip.BlockSize()));
+        return report("%s is laid out in blocks of %d bytes, more than a clip can sensibly have; "
+                      "it is left as it is", name.c_str(), static_cast<int>(clip.BlockSize()));
     }
     if (!clip.Open("w"))
-        return report("unable to write clip %s", name);
+        return report("unable to write clip %s", name.c_str());
     clip.HoldReports(true);  // a failed write is told once, by WriteFrame
     if (!replacing)
         made = clip.Identity();
@@ -475,8 +478,7 @@ bool ClipOutput::WriteFrame(int frame, FrameBuffer& buffer)
 {
     errno = 0;
     if (!clip.PutImage(frame, buffer.data(), buffer.size()))
-        return report("%s", destination.name + ": unable to write frame " + std::to_string(frame) +
-                                reason(errno));
+        return report("%s: unable to write frame %d%s", destination.name.c_str(), frame, reason(errno).c_str());
     return true;
 }
 

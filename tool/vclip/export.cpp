@@ -1,0 +1,138 @@
+// vclip export: a 4:2:2 clip as a YUV4MPEG2 stream, or one frame as a
+// picture. Every frame it needs must be in the file before anything is
+// written.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tool/vclip/commands.h"
+#include "tool/vclip/imageFiles.h"
+#include "tool/vclip/messages.h"
+#include "tool/vclip/pictures.h"
+#include "tool/vclip/y4m.h"
+
+namespace {
+
+// The stream header for the clip: its size, rate and interlacing.
+Y4mHeader y4mHeaderOf(vXfsFile& clip)
+{
+    Y4mHeader header;
+    header.width = clip.GetWidth();
+    header.height = clip.GetHeight();
+    double rate = 0;
+    int interlacing = 0;
+    clip.GetImageRate(rate);
+    clip.GetInterlacing(interlacing);
+    rateToFraction(rate, header.rateNum, header.rateDen);
+    header.interlacing = interlacingTag(interlacing);
+    header.colour = "422";
+    return header;
+}
+
+// Every frame of the clip, each in one write: its FRAME line, then its
+// planes.
+bool writeY4mFrames(vXfsFile& clip, const char* clipPath, const Y4mHeader& header, FileOutput& out)
+{
+    // Every frame is in the file, so the buffers are no larger than it.
+    FrameBuffer frame(clip.ImageSize());
+    if (frame.size() == 0) {
+        failure("out of memory");
+        return false;
+    }
+    const std::string mark = "FRAME\n";
+    const auto planeBytes = static_cast<size_t>(rawFrameBytes(header.width, header.height));
+    std::vector<uint8_t> chunk(mark.size() + planeBytes);
+    std::copy(mark.begin(), mark.end(), chunk.begin());
+    for (int i = 0; i < clip.GetNumFrames(); ++i) {
+        if (!readFrame(clip, clipPath, i, frame))
+            return false;
+        packedToPlanar(frame.data(), header.width, header.height, chunk.data() + mark.size());
+        if (!out.Write(chunk.data(), chunk.size()))
+            return false;
+    }
+    return true;
+}
+
+int exportY4m(vXfsFile& clip, const char* clipPath, const std::string& outPath, const OutputRules& rules)
+{
+    if (clip.GetImageFormat() != DM_IMAGE_PACKING_CbYCrY)
+        return failure("%s is not a YUV 4:2:2 clip", clipPath);
+    if (clip.GetWidth() % 2 != 0)
+        return failure("%s has an odd width", clipPath);
+    const int32_t frames = clip.GetNumFrames();
+    const int64_t present = framesPresent(clip);
+    // Every frame must be in the file before anything is written. The
+    // message says why not: the count, or the first frame missing.
+    if (frames < 0 || present < frames) {
+        frameIsPresent(clip, clipPath, present, present);
+        return 1;
+    }
+
+    const Y4mHeader header = y4mHeaderOf(clip);
+    FileOutput out;
+    if (!out.Begin(outPath, OutputKind::Y4m, rules))
+        return 1;
+    const std::string head = formatY4mHeader(header);
+    if (!out.Write(head.data(), head.size()))
+        return 1;
+    if (frames > 0 && !writeY4mFrames(clip, clipPath, header, out))
+        return 1;
+    return out.Finish() ? 0 : 1;
+}
+
+OutputKind outputKindOf(ImageKind kind)
+{
+    return kind == ImageKind::Png ? OutputKind::Png : kind == ImageKind::Ppm ? OutputKind::Ppm : OutputKind::Bmp;
+}
+
+int exportImage(vXfsFile& clip, const char* clipPath, const std::string& outPath, int frameNumber,
+                const OutputRules& rules)
+{
+    const ImageKind kind = imageKindOf(outPath);
+    if (kind == ImageKind::None)
+        return failure("%s: the picture must end in .png, .ppm or .bmp", outPath.c_str());
+    const DMimagepacking packing = clip.GetImageFormat();
+    if (packing != DM_IMAGE_PACKING_CbYCrY && packing != DM_IMAGE_PACKING_BGR)
+        return failure("%s holds neither YUV 4:2:2 nor 24-bit RGB frames", clipPath);
+    if (!frameIsPresent(clip, clipPath, frameNumber, framesPresent(clip)))
+        return 1;
+    FileOutput out;
+    if (!out.Begin(outPath, outputKindOf(kind), rules))
+        return 1;
+    FrameBuffer frame(clip.ImageSize());
+    if (frame.size() == 0)
+        return failure("out of memory");
+    if (!readFrame(clip, clipPath, frameNumber, frame))
+        return 1;
+    RgbImage image;
+    if (packing == DM_IMAGE_PACKING_CbYCrY)
+        yuv422ToRgb(frame.data(), clip.GetWidth(), clip.GetHeight(), image);
+    else
+        bgrBottomUpToRgb(frame.data(), clip.GetWidth(), clip.GetHeight(), image);
+    const std::vector<uint8_t> bytes = encodeImage(kind, image);
+    return out.Write(bytes.data(), bytes.size()) && out.Finish() ? 0 : 1;
+}
+
+}  // namespace
+
+int commandExport(const Arguments& args)
+{
+    if (args.operands.size() != 1)
+        return failure("export takes one clip; see 'vclip export --help'");
+    if (args.Has("y4m") == args.Has("image"))
+        return failure("export needs one of --y4m OUT.y4m and --image OUT");
+    if (args.Has("frame") && args.Has("y4m"))
+        return failure("--frame goes with --image; --y4m writes every frame");
+    int frameNumber = 0;
+    if (args.Has("frame") && !toInt(args.Get("frame"), 0, INT32_MAX, frameNumber))
+        return failure("bad frame number '%s'", args.Get("frame").c_str());
+    const char* path = args.operands[0].c_str();
+    vXfsFile clip;
+    if (!openForReading(clip, path))
+        return 1;
+    const OutputRules rules = outputRules(args, {clip.Identity()});
+    const int result = args.Has("y4m") ? exportY4m(clip, path, args.Get("y4m"), rules)
+                                       : exportImage(clip, path, args.Get("image"), frameNumber, rules);
+    clip.Close();
+    return result;
+}

@@ -1,0 +1,132 @@
+// vclip import: a 4:2:2 clip from raw UYVY frames or from a YUV4MPEG2
+// stream, the input checked whole before the output is touched.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tool/vclip/commands.h"
+#include "tool/vclip/messages.h"
+#include "tool/vclip/pictures.h"
+#include "tool/vclip/y4m.h"
+
+namespace {
+
+int importUyvy(const Arguments& args)
+{
+    ClipFormat format;
+    if (!args.Has("width") || !args.Has("height"))
+        return failure("import --uyvy needs --width and --height");
+    if (!toInt(args.Get("width"), 2, kMaxSide, format.width) || format.width % 2 != 0)
+        return failure("bad width '%s' (an even number of pixels)", args.Get("width").c_str());
+    if (!toInt(args.Get("height"), 1, kMaxSide, format.height))
+        return failure("bad height '%s'", args.Get("height").c_str());
+    if (args.Has("rate")) {
+        char* end = nullptr;
+        format.rate = std::strtod(args.Get("rate").c_str(), &end);
+        if (*end != '\0' || !(format.rate > 0) || !(format.rate < 1e6))
+            return failure("bad rate '%s'", args.Get("rate").c_str());
+    }
+    const std::string& raw = args.Get("uyvy");
+    UniqueFd in;
+    int64_t size = 0;
+    if (!openInput(raw, "a file of raw UYVY frames", in, size))
+        return 1;
+    const int64_t frameBytes = rawFrameBytes(format.width, format.height);
+    if (size % frameBytes != 0)
+        return failure("%s holds %lld bytes, not whole %dx%d frames of %lld bytes", raw.c_str(),
+                       static_cast<long long>(size), format.width, format.height,
+                       static_cast<long long>(frameBytes));
+    const int64_t frames = size / frameBytes;
+    if (frames > INT32_MAX)
+        return failure("%s holds too many frames for a clip", raw.c_str());
+
+    ClipOutput out;
+    if (!out.Create(args.operands[0], format, static_cast<int32_t>(frames),
+                    outputRules(args, {fsIdentityOf(in.Get())})))
+        return 1;
+    if (frames > 0) {
+        // The file holds at least one frame, so the slot is no larger than
+        // the input (but for its rounding to whole blocks).
+        FrameBuffer frame(out.Clip().ImageSize());
+        if (frame.size() == 0)
+            return failure("out of memory");
+        for (int i = 0; i < frames; ++i) {
+            if (readAt(in.Get(), frame.data(), frameBytes, i * frameBytes) != frameBytes)
+                return failure("%s: frame %d: the file changed while it was read", raw.c_str(), i);
+            if (!out.WriteFrame(i, frame))
+                return 1;
+        }
+    }
+    return out.Finish() ? 0 : 1;
+}
+
+// Reads the stream's header and walks every frame to the last byte of the
+// file: the clip is made only from a stream found whole.
+int checkY4m(const std::string& path, Y4mReader& reader, Y4mHeader& header, int64_t& frames)
+{
+    std::string error;
+    if (!reader.ReadHeader(header, error))
+        return failure("%s: %s", path.c_str(), error.c_str());
+    if (header.colour != "422")
+        return failure("%s: colour space C%s (only C422 is taken)", path.c_str(), header.colour.c_str());
+    if (header.width % 2 != 0 || header.width > kMaxSide || header.height > kMaxSide)
+        return failure("%s: unsupported picture size %dx%d (even widths up to %d, heights up to %d)",
+                       path.c_str(), header.width, header.height, kMaxSide, kMaxSide);
+    if (!reader.CountFrames(rawFrameBytes(header.width, header.height), INT32_MAX, frames, error))
+        return failure("%s: %s", path.c_str(), error.c_str());
+    return 0;
+}
+
+int importY4m(const Arguments& args)
+{
+    const std::string& path = args.Get("y4m");
+    UniqueFd in;
+    int64_t size = 0;
+    if (!openInput(path, "a YUV4MPEG2 stream", in, size))
+        return 1;
+    Y4mReader reader(in.Get(), size);
+    Y4mHeader header;
+    int64_t frames = 0;
+    if (checkY4m(path, reader, header, frames) != 0)
+        return 1;
+
+    ClipFormat format;
+    format.width = header.width;
+    format.height = header.height;
+    format.rate = header.rateDen > 0 ? double(header.rateNum) / header.rateDen : 25.0;
+    format.interlacing = interlacingFromTag(header.interlacing);
+    ClipOutput out;
+    if (!out.Create(args.operands[0], format, static_cast<int32_t>(frames),
+                    outputRules(args, {fsIdentityOf(in.Get())})))
+        return 1;
+    if (frames > 0) {
+        // Every frame was found whole in the file: the buffers are no larger
+        // than what it holds.
+        const int64_t frameBytes = rawFrameBytes(header.width, header.height);
+        FrameBuffer frame(out.Clip().ImageSize());
+        std::vector<uint8_t> planes(static_cast<size_t>(frameBytes));
+        if (frame.size() == 0)
+            return failure("out of memory");
+        std::string error;
+        for (int i = 0; i < frames; ++i) {
+            if (!reader.ReadFrame(i, frameBytes, planes.data(), error))
+                return failure("%s: %s", path.c_str(), error.c_str());
+            planarToPacked(planes.data(), header.width, header.height, frame.data());
+            if (!out.WriteFrame(i, frame))
+                return 1;
+        }
+    }
+    return out.Finish() ? 0 : 1;
+}
+
+}  // namespace
+
+int commandImport(const Arguments& args)
+{
+    if (args.operands.size() != 1)
+        return failure("import takes one output clip; see 'vclip import --help'");
+    if (args.Has("uyvy") == args.Has("y4m"))
+        return failure("import needs one of --uyvy RAW and --y4m IN.y4m");
+    return args.Has("uyvy") ? importUyvy(args) : importY4m(args);
+}
