@@ -1,6 +1,11 @@
 // vclip, the store keeper's tool: test clips, information, import and export,
-// and the files it writes checked field by field.
+// and the files it writes checked field by field; its help texts against its
+// options and its manual page.
+#include <regex>
+#include <set>
+
 #include "tests/run/vclipInProcess.h"
+#include "tool/vclip/arguments.h"
 
 #ifdef HAVE_ZLIB
 #include <zlib.h>
@@ -142,6 +147,80 @@ TEST(Vclip, PpmAndPngImages)
                          idat.size()), Z_OK);
     EXPECT_EQ(rows, std::string(1, '\0') + rgb + std::string(1, '\0') + rgb);
 #endif
+}
+
+// The text of a manual page section, from its heading line to the next
+// heading, with roff's escaped hyphens and font changes made plain.
+std::string ManSection(const std::string& page, const std::string& heading)
+{
+    const size_t start = page.find("\n" + heading + "\n");
+    if (start == std::string::npos)
+        return "";
+    size_t end = start + heading.size() + 2;
+    while (end < page.size() && page.compare(end, 4, ".SS ") != 0 && page.compare(end, 4, ".SH ") != 0)
+        end = page.find('\n', end) + 1;
+    const std::string text = page.substr(start, end - start);
+    return std::regex_replace(std::regex_replace(text, std::regex(R"(\\-)"), "-"), std::regex(R"(\\f[BIRP])"), "");
+}
+
+std::set<std::string> LongOptionsIn(const std::string& text)
+{
+    std::set<std::string> names;
+    const std::regex option("--([a-z0-9]+)");
+    for (auto it = std::sregex_iterator(text.begin(), text.end(), option); it != std::sregex_iterator(); ++it)
+        names.insert((*it)[1]);
+    return names;
+}
+
+// "vclip help COMMAND" is "vclip COMMAND --help"; each help text names every
+// option its command takes, and the command's part of the manual page every
+// option its help text names.
+TEST(Vclip, HelpVersionAndManualPageSayTheSame)
+{
+    const std::string page = ReadFile(PAL2NTSC_SOURCE_DIR "/man/vclip.1");
+    ASSERT_FALSE(page.empty());
+    for (const std::string command : {"info", "bars", "import", "export"}) {
+        SCOPED_TRACE(command);
+        const RunResult help = VclipInProcess({"help", command}), asked = VclipInProcess({command, "--help"});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_EQ(help.out.rfind("Usage: vclip " + command, 0), 0u) << help.out;
+        EXPECT_EQ(help.out, asked.out);
+        const std::set<std::string> named = LongOptionsIn(help.out);
+        const CommandOptions* known = optionsOf(command);
+        ASSERT_NE(known, nullptr);
+        for (const auto& list : {known->values, known->flags})
+            for (const std::string& option : list)
+                EXPECT_EQ(named.count(option), 1u) << "--" << option << " is not in the help text";
+        const std::string section = ManSection(page, ".SS \"vclip " + command + "\"");
+        ASSERT_FALSE(section.empty()) << "no section for " << command << " in the manual page";
+        for (const std::string& option : named)
+            EXPECT_NE(section.find("--" + option), std::string::npos) << "--" << option << " is not in the manual page";
+    }
+    const RunResult overview = VclipInProcess({"help"});
+    EXPECT_EQ(overview.out, VclipInProcess({"--help"}).out);
+    const std::string synopsis = ManSection(page, ".SH SYNOPSIS");
+    for (const std::string& option : LongOptionsIn(overview.out))
+        EXPECT_NE(synopsis.find("--" + option), std::string::npos) << "--" << option << " is not in the synopsis";
+
+    const RunResult version = VclipInProcess({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "vclip " PAL2NTSC_VERSION "\n");
+    // Both pages carry the version they describe in their title line.
+    for (const char* name : {"vclip.1", "pal2ntsc.1"}) {
+        const std::string title = ReadFile(std::string(PAL2NTSC_SOURCE_DIR "/man/") + name);
+        EXPECT_NE(title.substr(0, title.find('\n')).find("\"pal2ntsc " PAL2NTSC_VERSION "\""), std::string::npos)
+            << name;
+    }
+    const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
+        {{"help", "nope"}, "vclip: unknown command 'nope'; see 'vclip --help'\n"},
+        {{"help", "info", "bars"}, "vclip: help takes one command; see 'vclip --help'\n"},
+    };
+    for (const auto& [args, message] : refused) {
+        const RunResult r = VclipInProcess(args);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, message);
+    }
 }
 
 }  // namespace

@@ -6,6 +6,8 @@ namespace {
 
 const char* const kMainHelp =
     "Usage: vclip COMMAND [ARGUMENTS]\n"
+    "       vclip help [COMMAND]\n"
+    "       vclip --version\n"
     "Looks after clip files of the store.\n"
     "\n"
     "Commands:\n"
@@ -16,7 +18,9 @@ const char* const kMainHelp =
     "  export CLIP --y4m OUT.y4m         write a 4:2:2 clip as YUV4MPEG2\n"
     "  export CLIP --frame N --image OUT write one frame as .png, .ppm or .bmp\n"
     "\n"
-    "'vclip COMMAND --help' describes a command.\n";
+    "'vclip COMMAND --help' or 'vclip help COMMAND' describes a command;\n"
+    "'vclip --version' prints the version. The exit status is 0 when the command\n"
+    "did its work, 1 after an error (one line on standard error, \"vclip: ...\").\n";
 
 // What every command that writes says about what it writes over, after
 // the lines that name its own kind of output.

@@ -21,6 +21,23 @@ int runCommand(const std::string& command, const Arguments& args)
     return commandExport(args);
 }
 
+// "vclip help [COMMAND]": the overview, or the command's own help text,
+// the same as "vclip COMMAND --help".
+int help(int argc, char** argv)
+{
+    if (argc < 3) {
+        std::fputs(mainHelp(), stdout);
+        return 0;
+    }
+    if (argc > 3)
+        return failure("help takes one command; see 'vclip --help'");
+    const std::string* text = helpOf(argv[2]);
+    if (text == nullptr)
+        return failure("unknown command '%s'; see 'vclip --help'", argv[2]);
+    std::fputs(text->c_str(), stdout);
+    return 0;
+}
+
 int dispatch(int argc, char** argv)
 {
     if (argc < 2) {
@@ -28,8 +45,14 @@ int dispatch(int argc, char** argv)
         return 1;
     }
     const std::string command = argv[1];
-    if (command == "--help" || command == "-h" || command == "help") {
+    if (command == "--help" || command == "-h") {
         std::fputs(mainHelp(), stdout);
+        return 0;
+    }
+    if (command == "help")
+        return help(argc, argv);
+    if (command == "--version") {
+        std::printf("vclip %s\n", PAL2NTSC_VERSION);
         return 0;
     }
     const CommandOptions* options = optionsOf(command);
