@@ -5,7 +5,8 @@
 // 256ths on the first line (0 to 128; the caller swaps the lines for larger
 // weights). The four lanes are treated alike, so the result is the same byte
 // for byte whatever the machine's byte order. A word count of 0 or less
-// writes nothing, and the weight-0 kernel never reads its first line.
+// writes nothing, and the weight-0 kernel never reads its first line. Lines
+// may start at any byte (frames lie in block slots of any size).
 #pragma once
 
 #include <array>

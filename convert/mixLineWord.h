@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "convert/MixLine.h"
+#include "util/wordAccess.h"
 
 // Two lanes at a time: each pair holds its lanes 16 bits apart, so the
 // product of a lane difference (-255..255) and K (at most 128) stays inside
@@ -24,7 +25,7 @@ constexpr uint32_t mixWord(uint32_t p, uint32_t q)
 }
 
 // Words [from, words) of a line by the plain rule. The weight-0 kernel copies
-// the second line and does not touch the first.
+// the second line and does not touch the first. Lines may start at any byte.
 template <int K>
 inline void mixLineWords(const uint32_t* first, const uint32_t* second, uint32_t* out, int from, int words)
 {
@@ -35,7 +36,7 @@ inline void mixLineWords(const uint32_t* first, const uint32_t* second, uint32_t
         std::memmove(out + from, second + from, static_cast<std::size_t>(words - from) * sizeof(uint32_t));
     } else {
         for (int i = from; i < words; ++i)
-            out[i] = mixWord<K>(first[i], second[i]);
+            storeWord(out + i, mixWord<K>(loadWord(first + i), loadWord(second + i)));
     }
 }
 

@@ -3,7 +3,8 @@
 //
 // Pixels are read and built byte by byte in memory order, so every result is
 // the same on any machine; whole words are only moved, never taken apart by
-// value.
+// value. Any buffer may start at any byte (a frame in a block slot need not
+// be word-aligned): words go in and out through loadWord and storeWord.
 //
 // Widths that do not fill the converters' groups: each line converts whole
 // groups only (4 pixels for the SIR32 converters and the 24-bit enlargements,
@@ -20,6 +21,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
+#include "util/wordAccess.h"
 
 namespace {
 
@@ -114,7 +117,7 @@ void enlargeIntoField(uint32_t* field, int w, int h, int pixels, int repeat, int
         for (int i = 0; i < pixels; ++i) {
             const uint32_t word = pixelAt(y, i);
             for (int r = 0; r < repeat; ++r)
-                out[repeat * i + r] = word;
+                storeWord(out + repeat * i + r, word);
         }
         for (int l = 1; l < lines; ++l)
             std::memcpy(out + l * stride, out, static_cast<size_t>(pixels) * repeat * 4);
@@ -137,7 +140,7 @@ void enlargeToYUV(uint32_t* src, int w, int h, int pixelSize, uint32_t* out, int
         for (int i = 0; i < w; ++i) {
             const uint32_t word = yuvWordOf(yuvOf(in + static_cast<ptrdiff_t>(i) * pixelSize));
             for (int r = 0; r < wordsPerPixel; ++r)
-                o[wordsPerPixel * i + r] = word;
+                storeWord(o + wordsPerPixel * i + r, word);
         }
         for (int l = 1; l < lines; ++l)
             std::memcpy(o + l * outStride, o, static_cast<size_t>(outStride) * 4);
@@ -178,7 +181,7 @@ void FromToRGB::RGBtoSIR32part(int, int)
         const unsigned char* in = bytesOf(rgbImage) + 3 * static_cast<ptrdiff_t>(width) * y;
         uint32_t* out = field + line * width;
         for (int i = 0; i < pixels; ++i)
-            out[i] = opaqueWord(in + 3 * i);
+            storeWord(out + i, opaqueWord(in + 3 * i));
     }
 }
 
@@ -304,7 +307,7 @@ void FromToRGB::RGBXtoSIR32AlphaPart(int, int)
         const uint32_t* in = rgbImage + static_cast<ptrdiff_t>(y) * width;
         uint32_t* out = field + line * width;
         for (int i = 0; i < pixels; ++i)
-            out[i] = greyKey(firstByte(in[i]));
+            storeWord(out + i, greyKey(firstByte(loadWord(in + i))));
     }
 }
 
@@ -462,7 +465,7 @@ void FromToRGB::RGBXHalftoSIR32part(int, int)
     const uint32_t* in = rgbImage;
     const ptrdiff_t w = width;
     enlargeIntoField(oddField, width, height, width, 2, 1,
-                     [=](int y, int i) { return in[y * w + i]; });
+                     [=](int y, int i) { return loadWord(in + y * w + i); });
 }
 
 void FromToRGB::RGBHalftoSIR32part(int, int)
@@ -478,7 +481,7 @@ void FromToRGB::RGBXHalftoSIR32AlphaPart(int, int)
     const uint32_t* in = rgbImage;
     const ptrdiff_t w = width;
     enlargeIntoField(oddField, width, height, width, 2, 1,
-                     [=](int y, int i) { return greyKey(firstByte(in[y * w + i])); });
+                     [=](int y, int i) { return greyKey(firstByte(loadWord(in + y * w + i))); });
 }
 
 void FromToRGB::RGBXQuartToSIR32part(int, int)
@@ -486,7 +489,7 @@ void FromToRGB::RGBXQuartToSIR32part(int, int)
     const uint32_t* in = rgbImage;
     const ptrdiff_t w = width;
     enlargeIntoField(oddField, width, height, width, 4, 2,
-                     [=](int y, int i) { return in[y * w + i]; });
+                     [=](int y, int i) { return loadWord(in + y * w + i); });
 }
 
 void FromToRGB::RGBQuartToSIR32part(int, int)
@@ -502,7 +505,7 @@ void FromToRGB::RGBXQuartToSIR32AlphaPart(int, int)
     const uint32_t* in = rgbImage;
     const ptrdiff_t w = width;
     enlargeIntoField(oddField, width, height, width, 4, 2,
-                     [=](int y, int i) { return greyKey(firstByte(in[y * w + i])); });
+                     [=](int y, int i) { return greyKey(firstByte(loadWord(in + y * w + i))); });
 }
 
 // ---------------------------------------------------------------------------
@@ -567,7 +570,7 @@ void FromToRGB::RGBXtoYUVFieldsPart(int, int)
         for (ptrdiff_t i = 0; i < words; ++i) {
             const unsigned char* left = in + 2 * i * step;
             const YCbCr l = yuvOf(left);
-            out[i] = wordOf(l.cb, l.y, l.cr, lumaOf(left + step));
+            storeWord(out + i, wordOf(l.cb, l.y, l.cr, lumaOf(left + step)));
         }
     }
 }
@@ -691,5 +694,5 @@ void FromToRGB::FillBlackYUV(uint32_t* frame, int w, int h)
     uint32_t* out = frame;
     for (int y = 0; y < h; ++y)
         for (ptrdiff_t i = 0; i < words; ++i)
-            *out++ = black;
+            storeWord(out++, black);
 }

@@ -10,7 +10,8 @@
 //
 // Byte orders above are memory orders. Like quart, the object carries one
 // job: each entry stores its arguments and runs its worker as part 0 of 1.
-// All buffers belong to the caller; nothing is allocated or freed here.
+// All buffers belong to the caller; nothing is allocated or freed here. A
+// buffer may start at any byte.
 #pragma once
 
 #include <cstdint>

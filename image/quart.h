@@ -1,6 +1,7 @@
 // quart: one image job (sizes, source, destination) carried from a public
 // operation to its worker. Every operation is an entry that fills the fields
 // and runs the static worker as part 0 of 1, which runs the member worker.
+// Sources and caller-given destinations may start at any byte.
 #pragma once
 
 #include <cstdint>

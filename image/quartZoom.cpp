@@ -4,7 +4,9 @@
 // lanes of a word alike (lane averages, quarter-weight blends, lane sums), so
 // they work on whole words and give the same bytes in memory on any machine.
 // Operations that tell the bytes of a pixel apart (24-bit repacking, alpha)
-// work on the bytes in memory order instead.
+// work on the bytes in memory order instead. A source image may start at any
+// byte, so its words are read with loadWord; the results come from newMem,
+// aligned for words.
 //
 // Every operation allocates its result with newMem. A size that does not fit
 // in an int, or an allocator that has nothing left, gives a null image; the
@@ -12,6 +14,7 @@
 // pixel gives an empty (zero-byte) image.
 #include "image/quart.h"
 #include "image/pixelOps.h"
+#include "util/wordAccess.h"
 
 #include <climits>
 #include <cstddef>
@@ -121,6 +124,11 @@ void quart::zoomtoquartPart(int, int)
     const int outW = width >> 2;
     const int outH = height >> 2;
     const ptrdiff_t stride = width;
+    // Words c to c + 3 of a line, averaged pairwise, then the pairs.
+    auto fourOf = [](const uint32_t* line, int c) {
+        return laneAverage(laneAverage(loadWord(line + c), loadWord(line + c + 1)),
+                           laneAverage(loadWord(line + c + 2), loadWord(line + c + 3)));
+    };
     for (int k = 0; k < outH; ++k) {
         const uint32_t* l0 = source + 4 * k * stride;
         const uint32_t* l1 = l0 + stride;
@@ -129,10 +137,7 @@ void quart::zoomtoquartPart(int, int)
         uint32_t* out = destination + static_cast<ptrdiff_t>(k) * outW;
         for (int j = 0; j < outW; ++j) {
             const int c = 4 * j;
-            const uint32_t a0 = laneAverage(laneAverage(l0[c], l0[c + 1]), laneAverage(l0[c + 2], l0[c + 3]));
-            const uint32_t a1 = laneAverage(laneAverage(l1[c], l1[c + 1]), laneAverage(l1[c + 2], l1[c + 3]));
-            const uint32_t a2 = laneAverage(laneAverage(l2[c], l2[c + 1]), laneAverage(l2[c + 2], l2[c + 3]));
-            const uint32_t a3 = laneAverage(laneAverage(l3[c], l3[c + 1]), laneAverage(l3[c + 2], l3[c + 3]));
+            const uint32_t a0 = fourOf(l0, c), a1 = fourOf(l1, c), a2 = fourOf(l2, c), a3 = fourOf(l3, c);
             out[j] = laneAverage(laneAverage(a0, a1), laneAverage(a2, a3));
         }
     }
@@ -161,8 +166,8 @@ void quart::zoomtohalfPart(int, int)
         const uint32_t* lower = upper + stride;
         uint32_t* out = destination + static_cast<ptrdiff_t>(k) * outW;
         for (int j = 0; j < outW; ++j)
-            out[j] = laneAverage(laneAverage(upper[2 * j], upper[2 * j + 1]),
-                                 laneAverage(lower[2 * j], lower[2 * j + 1]));
+            out[j] = laneAverage(laneAverage(loadWord(upper + 2 * j), loadWord(upper + 2 * j + 1)),
+                                 laneAverage(loadWord(lower + 2 * j), loadWord(lower + 2 * j + 1)));
     }
 }
 
@@ -186,7 +191,7 @@ void quart::zoomtohalfXPart(int, int)
         const uint32_t* in = source + static_cast<ptrdiff_t>(k) * width;
         uint32_t* out = destination + static_cast<ptrdiff_t>(k) * outW;
         for (int j = 0; j < outW; ++j)
-            out[j] = laneAverage(in[2 * j], in[2 * j + 1]);
+            out[j] = laneAverage(loadWord(in + 2 * j), loadWord(in + 2 * j + 1));
     }
 }
 
@@ -212,7 +217,7 @@ void quart::zoomtohalfYPart(int, int)
         const uint32_t* lower = upper + stride;
         uint32_t* out = destination + k * stride;
         for (int j = 0; j < width; ++j)
-            out[j] = laneAverage(upper[j], lower[j]);
+            out[j] = laneAverage(loadWord(upper + j), loadWord(lower + j));
     }
 }
 
@@ -220,7 +225,7 @@ void quart::zoomtohalfYPart(int, int)
 // 24-bit half and quarter reductions
 // ---------------------------------------------------------------------------
 
-// The word path needs whole runs of 8 pixels (six words) and a word-aligned
+// The word path takes whole runs of 8 pixels (six words) from a word-aligned
 // start; anything else goes byte by byte. The two round differently (a tree
 // of lane averages against a rounded mean of four), so the choice depends on
 // nothing but the width and the address.
@@ -261,7 +266,7 @@ void quart::zoomtohalf24Part(int, int)
         for (int r = 0; r < runs; ++r) {
             uint32_t rows[6];
             for (int i = 0; i < 6; ++i)
-                rows[i] = laneAverage(upper[6 * r + i], lower[6 * r + i]);
+                rows[i] = laneAverage(loadWord(upper + 6 * r + i), loadWord(lower + 6 * r + i));
             unsigned char run[24];
             std::memcpy(run, rows, sizeof run);
             unsigned char* o = out + 12 * r;
@@ -338,9 +343,9 @@ uint32_t* quart::zoomtothird(uint32_t* src, int w, int h)
             LaneSums sums;
             for (int dy = 0; dy < 3; ++dy) {
                 const uint32_t* p = in + (3 * k + dy) * stride + 3 * j;
-                sums.add(p[0]);
-                sums.add(p[1]);
-                sums.add(p[2]);
+                sums.add(loadWord(p));
+                sums.add(loadWord(p + 1));
+                sums.add(loadWord(p + 2));
             }
             out[static_cast<ptrdiff_t>(k) * outW + j] = sums.divided(9);
         }
@@ -368,7 +373,7 @@ uint32_t* quart::zoomtoquartNTSC(uint32_t* src, int w, int h)
             for (int dy = 0; dy < 4; ++dy) {
                 const uint32_t* p = in + (4 * k + dy) * stride + c;
                 for (int dx = 0; dx < 4; ++dx)
-                    sums.add(p[dx]);
+                    sums.add(loadWord(p + dx));
             }
             out[static_cast<ptrdiff_t>(k) * outW + j] = sums.divided(16);
         }
@@ -402,14 +407,17 @@ void quart::correctNtscRatioPart(int, int)
         const uint32_t* s = source + static_cast<ptrdiff_t>(k) * width + skip;
         uint32_t* d = destination + k * outW;
         for (int g = 0; g < groups; ++g, s += 9, d += 8) {
-            d[0] = s[0];
-            d[1] = quarterBlend(s[1], s[2]);
-            d[2] = quarterBlend(s[2], s[3]);
-            d[3] = laneAverage(s[3], s[4]);
-            d[4] = laneAverage(s[4], s[5]);
-            d[5] = quarterBlend(s[6], s[5]);
-            d[6] = quarterBlend(s[7], s[6]);
-            d[7] = s[8];
+            uint32_t p[9];
+            for (int i = 0; i < 9; ++i)
+                p[i] = loadWord(s + i);
+            d[0] = p[0];
+            d[1] = quarterBlend(p[1], p[2]);
+            d[2] = quarterBlend(p[2], p[3]);
+            d[3] = laneAverage(p[3], p[4]);
+            d[4] = laneAverage(p[4], p[5]);
+            d[5] = quarterBlend(p[6], p[5]);
+            d[6] = quarterBlend(p[7], p[6]);
+            d[7] = p[8];
         }
     }
 }
@@ -436,11 +444,12 @@ void quart::scaleXFourThirds(int, int)
         const uint32_t* s = source + static_cast<ptrdiff_t>(k) * width + skip;
         uint32_t* d = destination + k * outW;
         for (int g = 0; g < groups; ++g, s += 3, d += 4) {
-            d[0] = s[0];
-            d[1] = quarterBlend(s[1], s[0]);
-            d[2] = laneAverage(s[1], s[2]);
+            const uint32_t p0 = loadWord(s), p1 = loadWord(s + 1), p2 = loadWord(s + 2);
+            d[0] = p0;
+            d[1] = quarterBlend(p1, p0);
+            d[2] = laneAverage(p1, p2);
             // The last group of a line has no next pixel to lean towards.
-            d[3] = (g + 1 < groups) ? quarterBlend(s[2], s[3]) : s[2];
+            d[3] = (g + 1 < groups) ? quarterBlend(p2, loadWord(s + 3)) : p2;
         }
     }
 }
@@ -486,7 +495,7 @@ void quart::zoomUpPart(int, int)
         uint32_t* first = destination + k * ratio * outW;
         for (int j = 0; j < width; ++j)
             for (int i = 0; i < ratio; ++i)
-                first[j * ratio + i] = in[j];
+                first[j * ratio + i] = loadWord(in + j);
         for (int i = 1; i < ratio; ++i)
             std::memcpy(first + i * outW, first, static_cast<size_t>(outW) * 4);
     }

@@ -1,11 +1,13 @@
 // One output line of the YUV-to-RGB reducers. The workers in quart.cpp walk
-// the lines; these functions make the pixels of one line. Internal to the
+// the lines; these functions make the pixels of one line. Input lines may
+// start at any byte (frames lie in block slots of any size). Internal to the
 // image code.
 #pragma once
 
 #include <cstdint>
 
 #include "image/pixelOps.h"
+#include "util/wordAccess.h"
 
 // Pixels [from, pixels) of a quarter-size line from four input lines: the
 // words 2j and 2j + 1 of each line averaged (2j earlier), then the lines
@@ -14,10 +16,10 @@ inline void quartRowPlain(const uint32_t* l0, const uint32_t* l1, const uint32_t
                           unsigned char* out, int from, int pixels)
 {
     for (int j = from; j < pixels; ++j) {
-        const uint32_t h0 = laneAverage(l0[2 * j], l0[2 * j + 1]);
-        const uint32_t h1 = laneAverage(l1[2 * j], l1[2 * j + 1]);
-        const uint32_t h2 = laneAverage(l2[2 * j], l2[2 * j + 1]);
-        const uint32_t h3 = laneAverage(l3[2 * j], l3[2 * j + 1]);
+        const uint32_t h0 = laneAverage(loadWord(l0 + 2 * j), loadWord(l0 + 2 * j + 1));
+        const uint32_t h1 = laneAverage(loadWord(l1 + 2 * j), loadWord(l1 + 2 * j + 1));
+        const uint32_t h2 = laneAverage(loadWord(l2 + 2 * j), loadWord(l2 + 2 * j + 1));
+        const uint32_t h3 = laneAverage(loadWord(l3 + 2 * j), loadWord(l3 + 2 * j + 1));
         yuvWordToBgr(laneAverage(laneAverage(h0, h1), laneAverage(h2, h3)), out + 3 * j);
     }
 }
@@ -27,7 +29,7 @@ inline void quartRowPlain(const uint32_t* l0, const uint32_t* l1, const uint32_t
 inline void halfRowPlain(const uint32_t* upper, const uint32_t* lower, unsigned char* out, int from, int pixels)
 {
     for (int j = from; j < pixels; ++j)
-        yuvWordToBgr(laneAverage(upper[j], lower[j]), out + 3 * j);
+        yuvWordToBgr(laneAverage(loadWord(upper + j), loadWord(lower + j)), out + 3 * j);
 }
 
 using QuartRowKernel = void(const uint32_t* l0, const uint32_t* l1, const uint32_t* l2, const uint32_t* l3,

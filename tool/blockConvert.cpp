@@ -64,6 +64,9 @@ void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, in
     auto* ntsc = static_cast<unsigned char*>(ntscBlock);
     auto* reduced = static_cast<unsigned char*>(reducedBlock);
 
+    // With a slot that is not a multiple of 4 bytes these word pointers are
+    // not word-aligned; the converter and the reducers take them as
+    // addresses only and never assume alignment (util/wordAccess.h).
     for (int i = 0; i < frames; ++i) {
         auto* palFrame = reinterpret_cast<uint32_t*>(pal + static_cast<std::ptrdiff_t>(i) * palSlot);
         auto* ntscFrame = reinterpret_cast<uint32_t*>(ntsc + static_cast<std::ptrdiff_t>(i) * ntscSlot);

@@ -129,6 +129,70 @@ TEST_P(KernelPaths, OutputFollowsTheMapInBothModes)
     EXPECT_TRUE(untouched.unwritten(0, 32));
 }
 
+// Frames lie in block slots of any size, so the kernels get lines at any
+// byte. Each kernel, reading and writing lines at every offset from a word
+// boundary, gives the bytes it gives on aligned lines; the sanitizer build
+// reports a word access that takes alignment for granted. 45 words a line,
+// and a 60 x 8 frame (15 quarter pixels: 8 + 4 + 3; 30 half: 3 x 8 + 4 + 2),
+// reach every vector loop and tail.
+TEST_P(KernelPaths, KernelsTakeLinesAtAnyByte)
+{
+    const std::vector<unsigned char> first = randomBytes(4 * 45, 5), second = randomBytes(4 * 45, 6), line(4 * 45);
+    const int offsets[][3] = {{0, 0, 0}, {1, 2, 3}, {3, 0, 1}, {2, 3, 2}, {0, 1, 0}};
+    for (int k = 0; k < mixLineWeights; ++k) {
+        std::vector<unsigned char> want;
+        for (const auto& o : offsets) {
+            Placed p(first, o[0]), q(second, o[1]), out(line, o[2]);
+            getMixLine(k)(p.words(), q.words(), out.words(), 45);
+            if (want.empty())
+                want = out.bytes();
+            ASSERT_EQ(out.bytes(), want) << "k " << k << " offsets " << o[0] << o[1] << o[2];
+        }
+    }
+    const std::vector<unsigned char> frame = randomBytes(4 * 30 * 8, 7);
+    for (bool quarter : {true, false}) {
+        const auto reducer = quarter ? &quart::zoomYUVtoQuartRGB : &quart::zoomYUVtoHalfRGB;
+        std::vector<unsigned char> want;
+        for (int offset : {0, 1, 2, 3}) {
+            Placed in(frame, offset), out(std::vector<unsigned char>(quarter ? 3 * 15 * 2 : 3 * 30 * 4), 3 - offset);
+            quart q{};
+            (q.*reducer)(in.words(), 60, 8, out.words());
+            if (want.empty())
+                want = out.bytes();
+            ASSERT_EQ(out.bytes(), want) << (quarter ? "quarter" : "half") << " offset " << offset;
+        }
+    }
+}
+
+// With slots of 4k + 1 bytes, frames 1, 2 and 3 of a block start 1, 2 and 3
+// bytes past a word boundary; each comes out, NTSC and reduced, as it does
+// in slots of whole words.
+TEST_P(KernelPaths, BlockSlotsOfAnySize)
+{
+    const int frames = 4, width = 92, palLines = 58, ntscLines = 49;
+    const int palPicture = 2 * width * palLines, ntscPicture = 2 * width * ntscLines;
+    const std::vector<unsigned char> pal = randomBytes(frames * palPicture, 12);
+    for (int scale : {4, 2, 3}) {
+        const int reducedPicture = scale == 3 ? 0 : 3 * (width / scale) * (ntscLines / scale);
+        // The frames' NTSC and reduced pictures, made in slots `extra` bytes
+        // longer than the pictures.
+        auto pictures = [&](int extra) {
+            const int palSlot = palPicture + extra, ntscSlot = ntscPicture + extra, reducedSlot = reducedPicture + extra;
+            std::vector<unsigned char> palBlock(frames * palSlot), ntsc(frames * ntscSlot), reduced(frames * reducedSlot), all;
+            for (int i = 0; i < frames; ++i)
+                std::copy_n(&pal[i * palPicture], palPicture, &palBlock[i * palSlot]);
+            convert(palBlock.data(), ntsc.data(), scale == 3 ? nullptr : reduced.data(), frames, width, palLines, ntscLines,
+                    scale, palSlot, ntscSlot, reducedSlot);
+            for (int i = 0; i < frames; ++i) {
+                all.insert(all.end(), ntsc.begin() + i * ntscSlot, ntsc.begin() + i * ntscSlot + ntscPicture);
+                all.insert(all.end(), reduced.begin() + i * reducedSlot, reduced.begin() + i * reducedSlot + reducedPicture);
+            }
+            return all;
+        };
+        EXPECT_TRUE(pictures(1) == pictures(4)) << "scale " << scale;
+    }
+}
+
 // Every kernel-path test of the suite, from all its files.
 INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::Values(KernelPath::reference, KernelPath::sse2, KernelPath::avx2),
                          [](const auto& info) { return std::string(kernelPathName(info.param)); });

@@ -1,6 +1,7 @@
 // Pixel test helpers shared by the pixel and image suites: words given by
 // their bytes in memory order, the per-lane rules written plainly, seeded
-// random pixels, buffers fenced by guard values, and the kernel-path fixture.
+// random pixels, buffers fenced by guard values or placed at any byte, and the
+// kernel-path fixture.
 #pragma once
 
 #include <algorithm>
@@ -90,6 +91,23 @@ private:
         return std::all_of(buf_.begin() + from, buf_.begin() + to, [](T v) { return v == kSentinel; });
     }
     std::vector<T> buf_;
+};
+
+// Bytes placed `offset` bytes past a word boundary, at the very end of their
+// buffer, so that a read past them is caught by the sanitizers: a frame in a
+// block slot whose size is not a multiple of 4.
+class Placed {
+public:
+    Placed(const std::vector<unsigned char>& bytes, int offset) : buf_(offset + bytes.size()), offset_(offset)
+    {
+        std::copy(bytes.begin(), bytes.end(), buf_.begin() + offset);
+    }
+    uint32_t* words() { return reinterpret_cast<uint32_t*>(buf_.data() + offset_); }
+    std::vector<unsigned char> bytes() const { return std::vector<unsigned char>(buf_.begin() + offset_, buf_.end()); }
+
+private:
+    std::vector<unsigned char> buf_;
+    int offset_;
 };
 
 // Runs a test on each kernel path this CPU has: the reference first, then
