@@ -18,7 +18,7 @@ std::vector<uint32_t> randomWords(std::size_t n)
     std::mt19937 rng(static_cast<unsigned>(n));
     std::vector<uint32_t> v(n);
     for (auto& w : v)
-        w = rng();
+        w = static_cast<uint32_t>(rng());
     return v;
 }
 

@@ -29,7 +29,7 @@ struct Buffer {
         std::mt19937 rng(static_cast<unsigned>(bytes));
         auto* words = static_cast<uint32_t*>(data);
         for (std::size_t i = 0; i < bytes / 4; ++i)
-            words[i] = rng();
+            words[i] = static_cast<uint32_t>(rng());
     }
     ~Buffer() { std::free(data); }
     Buffer(const Buffer&) = delete;

@@ -91,9 +91,9 @@ int fuzzStringMatch(const uint8_t* data, size_t size)
         fuzzCheck(text == s.c_str(), "a refused Align changed the text");
     } else {
         fuzzCheck(aligned == 1, "Align refused a valid width");
-        const std::string want = referenceAlign(text, mode, width, fill);
+        const std::string alignedText = referenceAlign(text, mode, width, fill);
         // A NUL fill ends the text early; compare what a C string shows.
-        fuzzCheck(std::string(want.c_str()) == s.c_str(), "Align disagrees with the reference");
+        fuzzCheck(std::string(alignedText.c_str()) == s.c_str(), "Align disagrees with the reference");
     }
     return 0;
 }

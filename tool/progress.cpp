@@ -6,8 +6,8 @@
 
 Progress::Progress(int32_t totalFrames) : Progress(totalFrames, stderr, isatty(2) != 0) {}
 
-Progress::Progress(int32_t totalFrames, std::FILE* out, bool enabled)
-    : total(totalFrames), out(out), enabled(enabled), start(Clock::now()), lastDraw(start)
+Progress::Progress(int32_t totalFrames, std::FILE* stream, bool drawing)
+    : total(totalFrames), out(stream), enabled(drawing), start(Clock::now()), lastDraw(start)
 {
 }
 

@@ -71,7 +71,7 @@ TEST(Reductions, QuartersAndThird)
     // 4j + j / 2 to 4j + j / 2 + 3 (pixel 2: 9 to 12).
     Image ntsc = randomWords(std::size_t(720) * 486, 3);
     want = perLane(160 * 121, [&](std::size_t i, int c) {
-        const int k = i / 160, j = i % 160;
+        const int k = static_cast<int>(i / 160), j = static_cast<int>(i % 160);
         unsigned sum = 0;
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 4; ++x)

@@ -195,7 +195,7 @@ TEST_P(KernelPaths, BlockSlotsOfAnySize)
 
 // Every kernel-path test of the suite, from all its files.
 INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::Values(KernelPath::reference, KernelPath::sse2, KernelPath::avx2),
-                         [](const auto& info) { return std::string(kernelPathName(info.param)); });
+                         [](const auto& path) { return std::string(kernelPathName(path.param)); });
 
 // Two frames a block, each slot longer than its picture: every slot must
 // hold the NTSC frame and its reduction (made band by band, the same as the
@@ -215,7 +215,7 @@ TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
             const std::size_t reducedPicture = scale == 3 ? 0 : 3 * std::size_t(width / scale) * (ntscLines / scale),
                               reducedSlot = (reducedPicture + 23) / 4 * 4;
             Guarded<unsigned char> ntsc(2 * ntscSlot), reduced(2 * reducedSlot);
-            convert(pal.data(), ntsc.data(), reduced.data(), 0, width, palLines, ntscLines, scale, palSlot, ntscSlot, reducedSlot);
+            convert(pal.data(), ntsc.data(), reduced.data(), 0, width, palLines, ntscLines, scale, int(palSlot), int(ntscSlot), int(reducedSlot));
             ASSERT_TRUE(ntsc.unwritten(0, 2 * ntscSlot) && reduced.unwritten(0, 2 * reducedSlot));
             // Each slot as its own frame alone gives it, the rest unwritten.
             std::vector<unsigned char> wantNtsc = ntsc.contents(), wantReduced = reduced.contents();
@@ -229,7 +229,7 @@ TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
                 std::memcpy(&wantNtsc[i * ntscSlot], ntscFrame.data(), ntscPicture);
                 std::memcpy(&wantReduced[i * reducedSlot], reducedFrame.data(), reducedPicture);
             }
-            convert(pal.data(), ntsc.data(), reduced.data(), 2, width, palLines, ntscLines, scale, palSlot, ntscSlot, reducedSlot);
+            convert(pal.data(), ntsc.data(), reduced.data(), 2, width, palLines, ntscLines, scale, int(palSlot), int(ntscSlot), int(reducedSlot));
             EXPECT_TRUE(ntsc.contents() == wantNtsc && reduced.contents() == wantReduced && ntsc.guardsIntact() &&
                         reduced.guardsIntact());
         }
