@@ -1,7 +1,7 @@
 // vclip, the store keeper's tool: test clips, information, import and export,
 // and the files it writes checked field by field; its help texts against its
 // options and its manual page.
-#include <regex>
+#include <cctype>
 #include <set>
 
 #include "tests/run/vclipInProcess.h"
@@ -159,16 +159,32 @@ std::string ManSection(const std::string& page, const std::string& heading)
     size_t end = start + heading.size() + 2;
     while (end < page.size() && page.compare(end, 4, ".SS ") != 0 && page.compare(end, 4, ".SH ") != 0)
         end = page.find('\n', end) + 1;
-    const std::string text = page.substr(start, end - start);
-    return std::regex_replace(std::regex_replace(text, std::regex(R"(\\-)"), "-"), std::regex(R"(\\f[BIRP])"), "");
+    std::string plain;
+    for (size_t at = start; at < end; ++at) {
+        if (page.compare(at, 2, "\\-") == 0) {
+            plain += '-';
+            ++at;
+        } else if (page.compare(at, 2, "\\f") == 0 && at + 2 < end) {
+            at += 2;
+        } else {
+            plain += page[at];
+        }
+    }
+    return plain;
 }
 
+// The names of the "--name" options a text mentions.
 std::set<std::string> LongOptionsIn(const std::string& text)
 {
     std::set<std::string> names;
-    const std::regex option("--([a-z0-9]+)");
-    for (auto it = std::sregex_iterator(text.begin(), text.end(), option); it != std::sregex_iterator(); ++it)
-        names.insert((*it)[1]);
+    for (size_t at = text.find("--"); at != std::string::npos; at = text.find("--", at + 2)) {
+        size_t end = at + 2;
+        while (end < text.size() && (std::islower(static_cast<unsigned char>(text[end])) ||
+                                     std::isdigit(static_cast<unsigned char>(text[end]))))
+            ++end;
+        if (end > at + 2)
+            names.insert(text.substr(at + 2, end - at - 2));
+    }
     return names;
 }
 
