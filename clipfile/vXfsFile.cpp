@@ -99,10 +99,7 @@ int32_t vXfsFile::GetNumFrames() const { return header.numFrames; }
 
 int32_t vXfsFile::GetImageFrameLenght() const { return header.numFrames; }
 
-DMimagepacking vXfsFile::GetImageFormat() const
-{
-    return dmParamsGetEnum(header.params, DM_IMAGE_PACKING);
-}
+DMimagepacking vXfsFile::GetImageFormat() const { return dmParamsGetEnum(header.params, DM_IMAGE_PACKING); }
 
 int vXfsFile::GetInterlacing(int& interlacing) const
 {
@@ -148,8 +145,8 @@ int vXfsFile::CheckLayout(const char* operation)
         return 0;
     }
     if (ImageSize() == 0) {
-        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [%s]\n", name,
-                    GetWidth(), GetHeight(), GetImageFormat(), operation);
+        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [%s]\n", name, GetWidth(), GetHeight(),
+                    GetImageFormat(), operation);
         return 0;
     }
     return FramesClearOfHeader(header.version, operation);
@@ -164,8 +161,7 @@ int vXfsFile::FramesClearOfHeader(int32_t version, const char* operation)
     const int headerBytes = version == 1 ? 40 : 44;
     const int firstFrame = version == 3 ? ImageSize() : blockSize;
     if (firstFrame < headerBytes) {
-        std::printf("Frames of %s would overlap its header (frame 0 at byte %d) [%s]\n", name,
-                    firstFrame, operation);
+        std::printf("Frames of %s would overlap its header (frame 0 at byte %d) [%s]\n", name, firstFrame, operation);
         return 0;
     }
     return 1;

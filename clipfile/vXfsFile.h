@@ -33,20 +33,20 @@ struct fileHeader {
 // number rather than an output pointer, the number travels in the pointer's
 // value: IOCtl(XFS_ALLOCATE_IMAGES, reinterpret_cast<void*>(uintptr_t(n))).
 enum vXfsFileOrder : int {
-    XFS_GET_MAX_IO_SIZE = 1,     // int* out: largest bytes per transfer
-    XFS_GET_FREE_SPACE_KB = 2,   // int* out
-    XFS_GET_FREE_SPACE_MB = 3,   // int* out
-    XFS_GET_FREE_IMAGES = 4,     // int* out: frame slots that fit, less one
-    XFS_GET_FS_TYPE = 5,         // char[kFsTypeNameSize] out; open clip
-    XFS_ALLOCATE_IMAGES = 6,     // frame count by value; open clip
-    XFS_SET_REPLACEABLE = 7,     // flag by value (null = 0), in memory
-    XFS_SET_BLOCK_SIZE = 8,      // block size by value, in memory
-    XFS_GET_BMAP = 9,            // getbmap[kBmapRecords] out; open clip
-    XFS_GET_FILE_SIZE_KB = 10,   // int* out; open clip
-    XFS_CHANGE_NUM_FRAMES = 11,  // frame count by value, rewrites the header
-    XFS_GET_MEM_ALIGNMENT = 12,  // int* out: buffer alignment for transfers
-    XFS_CHANGE_REPLACEABLE = 13, // value by value, rewrites the header
-    XFS_GET_FS_SIZE_KB = 14,     // int* out
+    XFS_GET_MAX_IO_SIZE = 1,      // int* out: largest bytes per transfer
+    XFS_GET_FREE_SPACE_KB = 2,    // int* out
+    XFS_GET_FREE_SPACE_MB = 3,    // int* out
+    XFS_GET_FREE_IMAGES = 4,      // int* out: frame slots that fit, less one
+    XFS_GET_FS_TYPE = 5,          // char[kFsTypeNameSize] out; open clip
+    XFS_ALLOCATE_IMAGES = 6,      // frame count by value; open clip
+    XFS_SET_REPLACEABLE = 7,      // flag by value (null = 0), in memory
+    XFS_SET_BLOCK_SIZE = 8,       // block size by value, in memory
+    XFS_GET_BMAP = 9,             // getbmap[kBmapRecords] out; open clip
+    XFS_GET_FILE_SIZE_KB = 10,    // int* out; open clip
+    XFS_CHANGE_NUM_FRAMES = 11,   // frame count by value, rewrites the header
+    XFS_GET_MEM_ALIGNMENT = 12,   // int* out: buffer alignment for transfers
+    XFS_CHANGE_REPLACEABLE = 13,  // value by value, rewrites the header
+    XFS_GET_FS_SIZE_KB = 14,      // int* out
 };
 
 // Records in the array that XFS_GET_BMAP fills, record 0 included.
@@ -107,13 +107,13 @@ public:
     int32_t GetNumFrames() const override;
     DMimagepacking GetImageFormat() const override;
     int GetInterlacing(int& interlacing) const override;
-    int GetAudioRate(double& rate) const override;      // stops the process
+    int GetAudioRate(double& rate) const override;  // stops the process
     int GetImageRate(double& rate) const override;
-    int GetAudioFrameSize(int& size) const override;    // stops the process
+    int GetAudioFrameSize(int& size) const override;  // stops the process
     int32_t GetImageFrameLenght() const override;
-    int32_t GetAudioFrameLenght() const override;       // stops the process
+    int32_t GetAudioFrameLenght() const override;  // stops the process
     int UseImageTrack() override;
-    int UseAudioTrack(int track) override;              // stops the process
+    int UseAudioTrack(int track) override;  // stops the process
 
     // Frame slot: one frame's bytes rounded up to whole blocks. 0 when the
     // parameters describe no frame or the block size is not positive.
@@ -209,8 +209,7 @@ protected:
     FileIdentity examined;  // the file the last claim looked at
 
 private:
-    int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
-                        const char* failure);
+    int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos, const char* failure);
     int VectorTransfer(bool writing, int first, int last, void** data);
     int BlockTransfer(bool writing, int first, int last, int frameSize, void* data);
     int ChangeHeaderField(int order, int32_t value);

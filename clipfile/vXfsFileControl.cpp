@@ -21,10 +21,7 @@ using xfsfile::openClip;
 namespace {
 
 // Clamps a count of kilobytes to what an int answer can carry.
-int kbAnswer(uint64_t kb)
-{
-    return kb > static_cast<uint64_t>(INT_MAX) ? INT_MAX : static_cast<int>(kb);
-}
+int kbAnswer(uint64_t kb) { return kb > static_cast<uint64_t>(INT_MAX) ? INT_MAX : static_cast<int>(kb); }
 
 }  // namespace
 
@@ -238,11 +235,20 @@ int vXfsFile::IOCtl(int order, void* arg)
     // table are no orders.
     static constexpr int (vXfsFile::*kOrders[])(void*) = {
         nullptr,
-        &vXfsFile::OrderMaxIoSize,      &vXfsFile::OrderFreeSpaceKb,  &vXfsFile::OrderFreeSpaceMb,
-        &vXfsFile::OrderFreeImages,     &vXfsFile::OrderFsType,       &vXfsFile::OrderAllocateImages,
-        &vXfsFile::OrderSetReplaceable, &vXfsFile::OrderSetBlockSize, &vXfsFile::OrderBmap,
-        &vXfsFile::OrderFileSizeKb,     &vXfsFile::OrderChangeNumFrames, &vXfsFile::OrderMemAlignment,
-        &vXfsFile::OrderChangeReplaceable, &vXfsFile::OrderFsSizeKb,
+        &vXfsFile::OrderMaxIoSize,
+        &vXfsFile::OrderFreeSpaceKb,
+        &vXfsFile::OrderFreeSpaceMb,
+        &vXfsFile::OrderFreeImages,
+        &vXfsFile::OrderFsType,
+        &vXfsFile::OrderAllocateImages,
+        &vXfsFile::OrderSetReplaceable,
+        &vXfsFile::OrderSetBlockSize,
+        &vXfsFile::OrderBmap,
+        &vXfsFile::OrderFileSizeKb,
+        &vXfsFile::OrderChangeNumFrames,
+        &vXfsFile::OrderMemAlignment,
+        &vXfsFile::OrderChangeReplaceable,
+        &vXfsFile::OrderFsSizeKb,
     };
     static_assert(sizeof kOrders / sizeof kOrders[0] == XFS_GET_FS_SIZE_KB + 1, "one entry per order");
     if (order <= 0 || order > XFS_GET_FS_SIZE_KB) {

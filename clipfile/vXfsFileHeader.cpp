@@ -36,10 +36,7 @@ void putBE64(unsigned char* p, uint64_t v)
     putBE32(p + 4, static_cast<uint32_t>(v));
 }
 
-uint64_t getBE64(const unsigned char* p)
-{
-    return (uint64_t{getBE32(p)} << 32) | getBE32(p + 4);
-}
+uint64_t getBE64(const unsigned char* p) { return (uint64_t{getBE32(p)} << 32) | getBE32(p + 4); }
 
 // Reads n bytes, going on after short reads until end of file.
 // Returns -1 on error, 0 when the file ended first, 1 when all came.
@@ -86,8 +83,7 @@ int writeFull(int fd, const unsigned char* buffer, size_t n)
 
 fileHeader::fileHeader() { dmParamsCreate(&params); }
 
-fileHeader::fileHeader(const fileHeader& other)
-    : version(other.version), numFrames(other.numFrames)
+fileHeader::fileHeader(const fileHeader& other) : version(other.version), numFrames(other.numFrames)
 {
     dmParamsCreate(&params);
     dmParamsCopyAllElems(other.params, params);
@@ -200,8 +196,8 @@ int vXfsFile::ReadHead(int fd, fileHeader& head)
         return 0;
 
     if (ImageSize() == 0) {
-        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [vXfsFile::ReadHead]\n",
-                    name, GetWidth(), GetHeight(), GetImageFormat());
+        std::printf("Frame size of %s is not valid (%d x %d, packing %d) [vXfsFile::ReadHead]\n", name, GetWidth(),
+                    GetHeight(), GetImageFormat());
         return 0;
     }
     if (!FramesClearOfHeader(head.version, "vXfsFile::ReadHead"))

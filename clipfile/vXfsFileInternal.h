@@ -12,7 +12,6 @@ namespace xfsfile {
 // Source name printed by the assertion stops.
 constexpr const char* kSource = "vXfsFile";
 
-
 // open() that never yields descriptor 0: the clip keeps 0 for "no file open",
 // so a process started with standard input closed must not get its clip
 // there. Close-on-exec, as nothing we start should inherit a clip.

@@ -14,8 +14,8 @@
 #include "platform/fsControl.h"
 #include "platform/uniqueFd.h"
 
-using xfsfile::kSource;
 using xfsfile::keepOffStandardInput;
+using xfsfile::kSource;
 using xfsfile::openClip;
 
 namespace {

@@ -30,10 +30,7 @@ bool isAligned(const void* p, uint32_t alignment)
 
 }  // namespace
 
-void vXfsFile::HoldReports(bool hold)
-{
-    holdReports = hold;
-}
+void vXfsFile::HoldReports(bool hold) { holdReports = hold; }
 
 void vXfsFile::ReleaseReports()
 {
@@ -57,8 +54,7 @@ void vXfsFile::ReportSystemError(const char* text)
 // d_maxiosz. A read that meets the end of the file stops there and still
 // succeeds (lastTransferBytes tells how much came); a short write is carried
 // on until all is written or the system reports why not.
-int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos,
-                              const char* failure)
+int vXfsFile::ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos, const char* failure)
 {
     lastTransferBytes = 0;
     const int64_t maxChunk = dio.d_maxiosz != 0 ? dio.d_maxiosz : kDefaultDioattr.d_maxiosz;
@@ -221,8 +217,8 @@ int vXfsFile::VectorTransfer(bool writing, int first, int last, void** data)
             table[k].iov_len = static_cast<size_t>(slot);
         }
         lseek(descriptor, dataOffset + int64_t{first} * slot, SEEK_SET);
-        const ssize_t moved = writing ? writev(descriptor, table, static_cast<int>(n))
-                                      : readv(descriptor, table, static_cast<int>(n));
+        const ssize_t moved =
+            writing ? writev(descriptor, table, static_cast<int>(n)) : readv(descriptor, table, static_cast<int>(n));
         lastTransferBytes = moved > 0 ? moved : 0;
         if (moved >= 0 && moved != n * slot)
             errno = writing ? EIO : ENODATA;  // fell short without an error of its own
@@ -235,8 +231,7 @@ int vXfsFile::VectorTransfer(bool writing, int first, int last, void** data)
 
     int64_t total = 0;
     for (int i = first; i <= last; ++i) {
-        const int ok = writing ? PutImage(i, data[i - first], slot)
-                               : GetImage(i, data[i - first], slot);
+        const int ok = writing ? PutImage(i, data[i - first], slot) : GetImage(i, data[i - first], slot);
         total += ok ? lastTransferBytes : 0;
         if (!ok) {
             lastTransferBytes = total;
@@ -247,15 +242,9 @@ int vXfsFile::VectorTransfer(bool writing, int first, int last, void** data)
     return 1;
 }
 
-int vXfsFile::GetImagesVector(int first, int last, void** data)
-{
-    return VectorTransfer(false, first, last, data);
-}
+int vXfsFile::GetImagesVector(int first, int last, void** data) { return VectorTransfer(false, first, last, data); }
 
-int vXfsFile::PutImagesVector(int first, int last, void** data)
-{
-    return VectorTransfer(true, first, last, data);
-}
+int vXfsFile::PutImagesVector(int first, int last, void** data) { return VectorTransfer(true, first, last, data); }
 
 int vXfsFile::PutDummyImage(int frame)
 {

@@ -36,8 +36,8 @@ struct ClipFields {
 
 int32_t be32(const std::vector<unsigned char>& b, size_t at)
 {
-    return static_cast<int32_t>((uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) |
-                                (uint32_t{b[at + 2]} << 8) | b[at + 3]);
+    return static_cast<int32_t>((uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) |
+                                b[at + 3]);
 }
 
 ClipFields fieldsOf(const std::vector<unsigned char>& b)
@@ -62,15 +62,14 @@ int64_t slotOf(const ClipFields& f, int bytesPerPixel)
 }
 
 // A finished output clip: our header, and room for every frame.
-void checkOutput(const std::string& path, int32_t frames, int32_t width, int32_t height,
-                 int32_t packing, int bytesPerPixel)
+void checkOutput(const std::string& path, int32_t frames, int32_t width, int32_t height, int32_t packing,
+                 int bytesPerPixel)
 {
     const std::vector<unsigned char> bytes = fuzzReadFile(path);
     const ClipFields f = fieldsOf(bytes);
     fuzzCheck(f.ok && f.version == 3, "finished output has no clip header");
     fuzzCheck(f.frames == frames, "output frame count differs from the input's");
-    fuzzCheck(f.width == width && f.height == height && f.packing == packing,
-              "output header describes other pictures");
+    fuzzCheck(f.width == width && f.height == height && f.packing == packing, "output header describes other pictures");
     fuzzCheck(f.blockSize > 0, "output block size is not positive");
     const int64_t slot = slotOf(f, bytesPerPixel);
     // Frame 0 begins one slot in; a clip of no frames may end with its header.
@@ -102,8 +101,8 @@ int fuzzConversion(const uint8_t* data, size_t size)
     static const char* const kAlignments[] = {"128", "4096", "0", "24"};
     const bool reducing = options & 1;
     const char* scale = options & 4 ? kOddScales[(options >> 6) & 3] : options & 2 ? "2" : "4";
-    std::vector<std::string> args{"pal2ntsc", "-P", pal, "-N", ntsc, "-s", scale,
-                                  "-a", kAlignments[(options >> 3) & 3]};
+    std::vector<std::string> args{
+        "pal2ntsc", "-P", pal, "-N", ntsc, "-s", scale, "-a", kAlignments[(options >> 3) & 3]};
     if (reducing) {
         args.push_back("-n");
         args.push_back(small);

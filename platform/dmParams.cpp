@@ -97,16 +97,37 @@ double dmParamsGetFloat(const DMparams* params, DMparamKey key)
 static int halfBytesPerPixel(DMimagepacking packing)
 {
     switch (packing) {
-    case 1003: case 1004: case 1005: case 1007:
+    case 1003:
+    case 1004:
+    case 1005:
+    case 1007:
         return 2;
-    case 3001: case 3002: case 3003: case 3004:
+    case 3001:
+    case 3002:
+    case 3003:
+    case 3004:
         return 3;
-    case 1008: case 1009: case 1011: case 1091: case 1092:
+    case 1008:
+    case 1009:
+    case 1011:
+    case 1091:
+    case 1092:
         return 4;
-    case 1000: case 1006: case 2000:
+    case 1000:
+    case 1006:
+    case 2000:
         return 6;
-    case 1001: case 1002: case 1010: case 1089: case 1090:
-    case 2001: case 2002: case 3000: case 8001: case 9001: case 11002:
+    case 1001:
+    case 1002:
+    case 1010:
+    case 1089:
+    case 1090:
+    case 2001:
+    case 2002:
+    case 3000:
+    case 8001:
+    case 9001:
+    case 11002:
         return 8;
     case 11001:
         return 12;

@@ -7,8 +7,8 @@
 
 // Pixel packing codes recorded in clip headers (the media library's public values).
 using DMimagepacking = int32_t;
-constexpr DMimagepacking DM_IMAGE_PACKING_BGR = 1000;      // 24-bit, memory order B, G, R
-constexpr DMimagepacking DM_IMAGE_PACKING_CbYCrY = 1008;   // YUV 4:2:2
+constexpr DMimagepacking DM_IMAGE_PACKING_BGR = 1000;     // 24-bit, memory order B, G, R
+constexpr DMimagepacking DM_IMAGE_PACKING_CbYCrY = 1008;  // YUV 4:2:2
 
 // Keys of the parameter list.
 enum DMparamKey : int {
@@ -28,11 +28,11 @@ DMstatus dmParamsCreate(DMparams** params);
 void dmParamsDestroy(DMparams* params);
 DMstatus dmParamsCopyAllElems(DMparams* from, DMparams* to);
 DMstatus dmParamsSetInt(DMparams* params, DMparamKey key, int value);
-int dmParamsGetInt(const DMparams* params, DMparamKey key);          // absent: 0
+int dmParamsGetInt(const DMparams* params, DMparamKey key);  // absent: 0
 DMstatus dmParamsSetEnum(DMparams* params, DMparamKey key, int value);
-int dmParamsGetEnum(const DMparams* params, DMparamKey key);         // absent: 0
+int dmParamsGetEnum(const DMparams* params, DMparamKey key);  // absent: 0
 DMstatus dmParamsSetFloat(DMparams* params, DMparamKey key, double value);
-double dmParamsGetFloat(const DMparams* params, DMparamKey key);     // absent: 0.0
+double dmParamsGetFloat(const DMparams* params, DMparamKey key);  // absent: 0.0
 
 // Bytes of one frame for the list's width, height and packing; 0 when the
 // packing is unknown, a dimension is not positive, or the size does not fit

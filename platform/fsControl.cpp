@@ -33,8 +33,7 @@ int fsGetDioInfo(int fd, dioattr* info)
         return -1;
     // A file system without direct I/O reports no alignment (or an older
     // kernel does not know the query): both read as "no limits".
-    if ((sx.stx_mask & STATX_DIOALIGN) == 0 || sx.stx_dio_mem_align == 0 ||
-        sx.stx_dio_offset_align == 0) {
+    if ((sx.stx_mask & STATX_DIOALIGN) == 0 || sx.stx_dio_mem_align == 0 || sx.stx_dio_offset_align == 0) {
         errno = EINVAL;
         return -1;
     }
@@ -43,9 +42,7 @@ int fsGetDioInfo(int fd, dioattr* info)
     // best, so the block size is the granularity we ask for when it is a
     // legal one.
     const uint32_t offsetAlign = sx.stx_dio_offset_align;
-    info->d_miniosz = (sx.stx_blksize != 0 && sx.stx_blksize % offsetAlign == 0)
-                          ? sx.stx_blksize
-                          : offsetAlign;
+    info->d_miniosz = (sx.stx_blksize != 0 && sx.stx_blksize % offsetAlign == 0) ? sx.stx_blksize : offsetAlign;
     info->d_maxiosz = kDefaultDioattr.d_maxiosz;
     return 0;
 }
@@ -65,10 +62,7 @@ int fsOpenProbe(const char* path)
     return fd;
 }
 
-int fsReserveSpace(int fd, int64_t length)
-{
-    return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length) < 0 ? -1 : 0;
-}
+int fsReserveSpace(int fd, int64_t length) { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, length) < 0 ? -1 : 0; }
 
 namespace {
 
@@ -95,8 +89,7 @@ int fsGetBmap(int fd, getbmap* map)
     if (fstat(fd, &st) < 0)
         return -1;
     const int64_t start = map[0].bmv_offset * kUnit;
-    int64_t end = map[0].bmv_length < 0 ? static_cast<int64_t>(st.st_size)
-                                        : start + map[0].bmv_length * kUnit;
+    int64_t end = map[0].bmv_length < 0 ? static_cast<int64_t>(st.st_size) : start + map[0].bmv_length * kUnit;
     const int capacity = map[0].bmv_count - 1;
     int filled = 0;
 
@@ -156,10 +149,9 @@ struct MagicName {
 
 // Fallback when the mount table does not name the file's device.
 constexpr MagicName kMagicNames[] = {
-    {0xEF53, "ext4"},         {0x58465342, "xfs"},    {0x01021994, "tmpfs"},
-    {0x9123683E, "btrfs"},    {0x6969, "nfs"},        {0x794C7630, "overlay"},
-    {0xF2F52010, "f2fs"},     {0x2FC12FC1, "zfs"},    {0x4D44, "vfat"},
-    {0x65735546, "fuseblk"},  {0x5346544E, "ntfs"},   {0x858458F6, "ramfs"},
+    {0xEF53, "ext4"}, {0x58465342, "xfs"},     {0x01021994, "tmpfs"}, {0x9123683E, "btrfs"},
+    {0x6969, "nfs"},  {0x794C7630, "overlay"}, {0xF2F52010, "f2fs"},  {0x2FC12FC1, "zfs"},
+    {0x4D44, "vfat"}, {0x65735546, "fuseblk"}, {0x5346544E, "ntfs"},  {0x858458F6, "ramfs"},
 };
 
 void copyName(char* out, const char* name, size_t length)

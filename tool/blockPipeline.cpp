@@ -3,10 +3,7 @@
 #include <system_error>
 #include <utility>
 
-SideJob::~SideJob()
-{
-    Wait();
-}
+SideJob::~SideJob() { Wait(); }
 
 void SideJob::Start(std::function<void()> job)
 {

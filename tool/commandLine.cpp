@@ -18,7 +18,8 @@ constexpr int kDefaultAlignment = 128;
 
 std::string usage(const char* program)
 {
-    return std::string("Use: ") + program + " -P pal_file_name -N ntsc_file_name [-n scaled_ntsc_file_name] [-s scale]\n";
+    return std::string("Use: ") + program +
+           " -P pal_file_name -N ntsc_file_name [-n scaled_ntsc_file_name] [-s scale]\n";
 }
 
 // True when both paths exist and lead to one file (hard links, symlinks,
@@ -27,9 +28,7 @@ std::string usage(const char* program)
 // files it has open before it changes any of them.
 bool sameFile(const char* a, const char* b) { return fsSameFile(fsIdentityOfPath(a), fsIdentityOfPath(b)); }
 
-bool sameName(const vString& a, const vString& b) {
-    return std::strcmp(a, b) == 0 || sameFile(a, b);
-}
+bool sameName(const vString& a, const vString& b) { return std::strcmp(a, b) == 0 || sameFile(a, b); }
 
 // Checks beyond the plain name comparison, so that the run can never open
 // the input clip for writing, nor write both outputs into one file: output

@@ -91,8 +91,7 @@ int memAlignment(vXfsFile& clip)
     return alignment;
 }
 
-void setUpOutput(vXfsFile& clip, const char* name, int width, int height, DMimagepacking packing,
-                 int32_t frames)
+void setUpOutput(vXfsFile& clip, const char* name, int width, int height, DMimagepacking packing, int32_t frames)
 {
     clip.SetName(name);
     clip.SetSize(width, height);
@@ -239,8 +238,9 @@ std::string planBuffers(int alignment, ConversionPlan& plan)
     // buffers hold no more frames than the clip has (at least one), while
     // the blocks themselves stay as large as one transfer allows.
     const int64_t frames = std::clamp<int64_t>(plan.frames, 1, plan.blockFrames);
-    for (auto [buffer, slot] : {std::pair{&plan.palBlock, plan.palSlot}, std::pair{&plan.palNext, plan.palSlot},
-                                std::pair{&plan.ntscBlock, plan.ntscSlot}, std::pair{&plan.reducedBlock, plan.reducedSlot}})
+    for (auto [buffer, slot] :
+         {std::pair{&plan.palBlock, plan.palSlot}, std::pair{&plan.palNext, plan.palSlot},
+          std::pair{&plan.ntscBlock, plan.ntscSlot}, std::pair{&plan.reducedBlock, plan.reducedSlot}})
         if (slot > 0)
             if (std::string refusal = provide(*buffer, frames * slot, plan.bufferAlignment); !refusal.empty())
                 return refusal;
@@ -254,8 +254,7 @@ std::string planConversion(const RunSettings& settings, ConversionPlan& plan)
     plan.reducing = settings.reducedName[0] != '\0';
     plan.scale = settings.scale;
     if (!isPowerOfTwo(settings.alignment))
-        return line("Alignment %d is not supported for the block buffers (use a power of two)\n",
-                    settings.alignment);
+        return line("Alignment %d is not supported for the block buffers (use a power of two)\n", settings.alignment);
     for (auto step : {planInput, planOutputs})
         if (std::string refusal = step(settings, plan); !refusal.empty())
             return refusal;

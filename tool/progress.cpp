@@ -8,8 +8,7 @@ Progress::Progress(int32_t totalFrames) : Progress(totalFrames, stderr, isatty(2
 
 Progress::Progress(int32_t totalFrames, std::FILE* stream, bool drawing)
     : total(totalFrames), out(stream), enabled(drawing), start(Clock::now()), lastDraw(start)
-{
-}
+{}
 
 Progress::~Progress() { Clear(); }
 
@@ -22,8 +21,8 @@ std::string Progress::Line(int32_t done, int32_t total, double seconds)
     }
     const double fps = done / seconds;
     const long left = std::lround((total - done) / fps);
-    std::snprintf(text, sizeof text, "%d of %d frames, %.1f fps, %ld:%02ld left", done, total,
-                  fps, left / 60, left % 60);
+    std::snprintf(text, sizeof text, "%d of %d frames, %.1f fps, %ld:%02ld left", done, total, fps, left / 60,
+                  left % 60);
     return text;
 }
 

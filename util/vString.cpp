@@ -19,14 +19,16 @@ constexpr int kEmptyBufferSize = 8;
 // Scratch size for the "%d" form of a number.
 constexpr int kNumberScratch = 256;
 
-char* newEmptyBuffer() {
+char* newEmptyBuffer()
+{
     char* buffer = new char[kEmptyBufferSize];
     buffer[0] = '\0';
     return buffer;
 }
 
 // A buffer of exactly n + 1 bytes holding the first n bytes of s and a NUL.
-char* newCopy(const char* s, size_t n) {
+char* newCopy(const char* s, size_t n)
+{
     char* buffer = new char[n + 1];
     if (n > 0)
         std::memcpy(buffer, s, n);
@@ -37,7 +39,8 @@ char* newCopy(const char* s, size_t n) {
 char* newCopy(const char* s) { return newCopy(s, std::strlen(s)); }
 
 // first followed by second, in a buffer of both lengths plus one.
-char* newConcat(const char* first, const char* second) {
+char* newConcat(const char* first, const char* second)
+{
     size_t a = std::strlen(first);
     size_t b = std::strlen(second);
     char* buffer = new char[a + b + 1];
@@ -60,7 +63,8 @@ vString::vString() : text(newEmptyBuffer()) {}
 
 vString::vString(const char* s) : text(s ? newCopy(s) : newEmptyBuffer()) {}
 
-vString::vString(int n) : text(nullptr) {
+vString::vString(int n) : text(nullptr)
+{
     char digits[kNumberScratch];
     std::snprintf(digits, sizeof digits, "%d", n);
     text = newCopy(digits);
@@ -70,12 +74,12 @@ vString::vString(const vString& other) : text(newCopy(other.text)) {}
 
 // Exactly the first n bytes of s; s need not be terminated. A negative count
 // or a null s gives the empty text rather than a copy of unknown memory.
-vString::vString(const char* s, int n)
-    : text(s && n > 0 ? newCopy(s, static_cast<size_t>(n)) : newCopy("", 0)) {}
+vString::vString(const char* s, int n) : text(s && n > 0 ? newCopy(s, static_cast<size_t>(n)) : newCopy("", 0)) {}
 
 // One fread of up to n bytes; a short read, end of file and a read error all
 // leave whatever was read. A null file or a negative count reads nothing.
-vString::vString(FILE* file, int n) : text(nullptr) {
+vString::vString(FILE* file, int n) : text(nullptr)
+{
     size_t want = n > 0 ? static_cast<size_t>(n) : 0;
     text = new char[want + 1];
     size_t got = (file && want > 0) ? std::fread(text, 1, want, file) : 0;
@@ -84,14 +88,16 @@ vString::vString(FILE* file, int n) : text(nullptr) {
 
 vString::~vString() { delete[] text; }
 
-vString& vString::operator=(const vString& other) {
+vString& vString::operator=(const vString& other)
+{
     char* fresh = newCopy(other.text);
     delete[] text;
     text = fresh;
     return *this;
 }
 
-vString& vString::operator=(const char* s) {
+vString& vString::operator=(const char* s)
+{
     // A null pointer empties the string, as the constructor does.
     char* fresh = s ? newCopy(s) : newEmptyBuffer();
     delete[] text;
@@ -101,13 +107,15 @@ vString& vString::operator=(const char* s) {
 
 vString& vString::operator=(char* s) { return *this = static_cast<const char*>(s); }
 
-vString& vString::operator=(int n) {
+vString& vString::operator=(int n)
+{
     char digits[kNumberScratch];
     std::snprintf(digits, sizeof digits, "%d", n);
     return *this = static_cast<const char*>(digits);
 }
 
-vString& vString::operator+=(const char* s) {
+vString& vString::operator+=(const char* s)
+{
     char* fresh = newConcat(text, s ? s : "");
     delete[] text;
     text = fresh;
@@ -116,13 +124,15 @@ vString& vString::operator+=(const char* s) {
 
 vString& vString::operator+=(char* s) { return *this += static_cast<const char*>(s); }
 
-vString& vString::operator+=(int n) {
+vString& vString::operator+=(int n)
+{
     char digits[kNumberScratch];
     std::snprintf(digits, sizeof digits, "%d", n);
     return *this += static_cast<const char*>(digits);
 }
 
-vString operator+(const vString& a, const vString& b) {
+vString operator+(const vString& a, const vString& b)
+{
     vString result(a);
     result += b.c_str();
     return result;
@@ -131,19 +141,22 @@ vString operator+(const vString& a, const vString& b) {
 // ---------------------------------------------------------------------------
 // Search
 
-int vString::Find(char c) const {
+int vString::Find(char c) const
+{
     for (int i = 0; text[i] != '\0'; ++i)
         if (text[i] == c)
             return i;
     return -1;
 }
 
-int vString::Find(const char* s) const {
+int vString::Find(const char* s) const
+{
     const char* hit = std::strstr(text, s);
     return hit ? static_cast<int>(hit - text) : -1;
 }
 
-vString vString::FindOneOf(const char* set) const {
+vString vString::FindOneOf(const char* set) const
+{
     const char* hit = std::strpbrk(text, set);
     return vString(hit ? hit : "");
 }
@@ -151,7 +164,8 @@ vString vString::FindOneOf(const char* set) const {
 // ---------------------------------------------------------------------------
 // In-place edits
 
-void vString::TrimLeft() {
+void vString::TrimLeft()
+{
     const char* first = text;
     while (isSpace(*first))
         ++first;
@@ -159,29 +173,34 @@ void vString::TrimLeft() {
         std::memmove(text, first, std::strlen(first) + 1);
 }
 
-void vString::TrimRight() {
+void vString::TrimRight()
+{
     int end = textLength(text);
     while (end > 0 && isSpace(text[end - 1]))
         --end;
     text[end] = '\0';
 }
 
-void vString::TrimSpace() {
+void vString::TrimSpace()
+{
     TrimLeft();
     TrimRight();
 }
 
-void vString::MakeLower() {
+void vString::MakeLower()
+{
     for (char* p = text; *p; ++p)
         *p = static_cast<char>(std::tolower(static_cast<unsigned char>(*p)));
 }
 
-void vString::MakeUpper() {
+void vString::MakeUpper()
+{
     for (char* p = text; *p; ++p)
         *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
 }
 
-void vString::Capitalize() {
+void vString::Capitalize()
+{
     MakeLower();
     if (text[0] != '\0')
         text[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(text[0])));
@@ -193,7 +212,8 @@ void vString::Capitalize() {
 // Arguments that do not describe a run inside the text (a or b negative, or
 // a + b past the end) leave the text unchanged: nothing is read outside the
 // buffer and nothing is duplicated.
-void vString::delSubStr(int a, int b) {
+void vString::delSubStr(int a, int b)
+{
     int length = textLength(text);
     if (a < 0 || b < 0 || static_cast<long long>(a) + b > length)
         return;
@@ -206,7 +226,8 @@ void vString::delSubStr(int a, int b) {
 // ---------------------------------------------------------------------------
 // Alignment
 
-int vString::Align(Justify mode, int width, char fill) {
+int vString::Align(Justify mode, int width, char fill)
+{
     int length = textLength(text);
     if (width < length) {
         std::fprintf(stderr, "vString: Align: bad argument: %d (%d)\n", width, length);
@@ -245,13 +266,15 @@ int vString::Align(Justify mode, int width, char fill) {
 // Substrings by position. Positions outside the text (negative, or past its
 // end) give the empty string; nothing outside the buffer is ever read.
 
-vString vString::GetSubStringPos(int pos) const {
+vString vString::GetSubStringPos(int pos) const
+{
     if (pos < 0 || pos > textLength(text))
         return vString("");
     return vString(text + pos);
 }
 
-vString vString::GetSubStringPos(int a, int b) const {
+vString vString::GetSubStringPos(int a, int b) const
+{
     int length = textLength(text);
     if (a < 0 || b < 0 || a > length || b > length)
         return vString("");
@@ -260,13 +283,15 @@ vString vString::GetSubStringPos(int a, int b) const {
     return vString(text + low, high - low);
 }
 
-vString vString::GetSubStringLen(int pos, int n) const {
+vString vString::GetSubStringLen(int pos, int n) const
+{
     if (pos < 0 || n < 0 || static_cast<long long>(pos) + n > textLength(text))
         return vString("");
     return vString(text + pos, n);
 }
 
-vString vString::getSubStr(int pos, int n) const {
+vString vString::getSubStr(int pos, int n) const
+{
     int length = textLength(text);
     if (n <= 0 || pos < 0 || pos > length)
         return vString("");
@@ -295,7 +320,8 @@ int vString::compare(const char* a, const char* b) { return std::strcmp(a, b); }
 // absorb whatever they leave; so only the last star's run ever needs to grow.
 // Each text position is passed at most once per pattern position: O(text x
 // pattern) time in the worst case, no memory.
-int vString::match(const char* text, const char* pattern, int depth) {
+int vString::match(const char* text, const char* pattern, int depth)
+{
     if (*pattern == '\0' && depth != 0)
         return 1;
 

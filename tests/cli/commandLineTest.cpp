@@ -20,9 +20,12 @@ RunResult RunTool(std::vector<std::string> args)
 TEST(CommandLine, UsageForHelpUnknownOptionAndMissingArgument)
 {
     // -h wins over good names; the option parser names the bad letter on stderr.
-    struct Case { std::vector<std::string> args; const char* err; };
-    for (const Case& c : {Case{{"-h", "-P", "a", "-N", "b"}, ""}, Case{{"-x"}, "'x'"},
-                          Case{{"-N", "b", "-P"}, "'P'"}}) {
+    struct Case {
+        std::vector<std::string> args;
+        const char* err;
+    };
+    for (const Case& c :
+         {Case{{"-h", "-P", "a", "-N", "b"}, ""}, Case{{"-x"}, "'x'"}, Case{{"-N", "b", "-P"}, "'P'"}}) {
         const RunResult r = RunTool(c.args);
         EXPECT_EQ(r.out, kUsage);
         EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
@@ -33,7 +36,10 @@ TEST(CommandLine, UsageForHelpUnknownOptionAndMissingArgument)
 
 TEST(CommandLine, NameChecksInOrder)
 {
-    struct Case { std::vector<std::string> args; const char* out; };
+    struct Case {
+        std::vector<std::string> args;
+        const char* out;
+    };
     for (const Case& c : {
              Case{{}, "PAL file not defined\n"},
              Case{{"-N", "b"}, "PAL file not defined\n"},
@@ -72,7 +78,10 @@ TEST(CommandLine, RefusesTheSameFileByAnotherNameAndUnusableScales)
     WriteFile(pal, "x");
     ASSERT_EQ(mkdir((dir / "sub").c_str(), 0700), 0);
     ASSERT_EQ(::link(pal.c_str(), link.c_str()), 0);
-    struct Case { std::vector<std::string> args; std::string out; };
+    struct Case {
+        std::vector<std::string> args;
+        std::string out;
+    };
     for (const Case& c : {
              Case{{"-P", pal, "-N", dir / "sub/../pal"}, "PAL file and NTSC file are the same\n"},
              Case{{"-P", pal, "-N", link}, "PAL file and NTSC file are the same\n"},

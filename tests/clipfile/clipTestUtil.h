@@ -53,7 +53,8 @@ inline void* ByValue(uintptr_t v) { return reinterpret_cast<void*>(v); }
 // the seed and from block to block.
 struct AlignedBuffer {
     explicit AlignedBuffer(size_t bytes, unsigned seed = 0)
-        : size(bytes), owned(static_cast<unsigned char*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)), &std::free)
+        : size(bytes),
+          owned(static_cast<unsigned char*>(std::aligned_alloc(4096, (bytes + 4095) / 4096 * 4096)), &std::free)
     {
         for (size_t i = 0; i < size; ++i)
             owned.get()[i] = static_cast<unsigned char>(i * 131 + seed * 7919 + (i >> 12));

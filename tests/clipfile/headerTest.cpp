@@ -6,15 +6,14 @@
 namespace {
 
 // 100 frames, block size 4096, replaceable, 720 x 486, packing 1008, 25.0, interlacing 0.
-const Bytes kExampleV3 = {
-    0x00, 0x06, 0x09, 0xCE, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x64,
-    0x00, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x02, 0xD0,
-    0x00, 0x00, 0x01, 0xE6, 0x00, 0x00, 0x03, 0xF0, 0x40, 0x39, 0x00, 0x00,
-    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+const Bytes kExampleV3 = {0x00, 0x06, 0x09, 0xCE, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x64, 0x00, 0x00, 0x10,
+                          0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x02, 0xD0, 0x00, 0x00, 0x01, 0xE6, 0x00, 0x00,
+                          0x03, 0xF0, 0x40, 0x39, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
 
 // The example's fields, then `change`; version 2 carries interlacing 2 so
 // that its place and byte order show.
-ClipHeader Ntsc(int version, void (*change)(ClipHeader&) = [](ClipHeader&) {})
+ClipHeader Ntsc(
+    int version, void (*change)(ClipHeader&) = [](ClipHeader&) {})
 {
     ClipHeader h;
     h.version = version, h.frames = 100, h.height = 486, h.interlacing = version == 2 ? 2 : 0;
@@ -67,12 +66,12 @@ TEST(ClipHeader, EachVersionWritesAndReadsBack)
         back.GetImageRate(rate), back.GetInterlacing(interlacing);
         // Version 3 keeps a whole frame's blocks for its header: 699,840 bytes, 171 blocks.
         EXPECT_EQ(rate, 25.0);
-        const std::vector<int64_t> fields{back.Version(), back.GetNumFrames(), back.BlockSize(),
-                                          back.Replaceable(), back.GetWidth(), back.GetHeight(),
-                                          back.GetImageFormat(), interlacing, back.DataOffset()};
-        EXPECT_EQ(fields, (std::vector<int64_t>{version, 100, 4096, 1, 720, 486, 1008,
-                                                version == 1 ? 7 : Ntsc(version).interlacing,
-                                                version == 3 ? 700416 : 4096}));
+        const std::vector<int64_t> fields{back.Version(),        back.GetNumFrames(), back.BlockSize(),
+                                          back.Replaceable(),    back.GetWidth(),     back.GetHeight(),
+                                          back.GetImageFormat(), interlacing,         back.DataOffset()};
+        EXPECT_EQ(fields,
+                  (std::vector<int64_t>{version, 100, 4096, 1, 720, 486, 1008,
+                                        version == 1 ? 7 : Ntsc(version).interlacing, version == 3 ? 700416 : 4096}));
     }
 }
 
@@ -87,23 +86,35 @@ TEST(ClipHeader, RefusalsAndTheOtherBlockSizeWarning)
     const std::string notClip = path + " is not a Vetra xfs file.\n";
     const std::string cutShort = path + "'s header is cut short [vXfsFile::ReadHead]\n";
     const auto warning = [&](int size) {
-        return "WARNING: Diferent block sizes in XFS files\n\tFile [" + path + "] block size:  " +
-               std::to_string(size) + "\n\tConfigured block size: \t4096\n";
+        return "WARNING: Diferent block sizes in XFS files\n\tFile [" + path +
+               "] block size:  " + std::to_string(size) + "\n\tConfigured block size: \t4096\n";
     };
-    struct Case { Bytes bytes; std::string out; int32_t offset; };
+    struct Case {
+        Bytes bytes;
+        std::string out;
+        int32_t offset;
+    };
     for (const Case& c : {
-             Case{prefix(0), notClip, 0}, Case{prefix(1), notClip, 0}, Case{prefix(2), notClip, 0},
+             Case{prefix(0), notClip, 0},
+             Case{prefix(1), notClip, 0},
+             Case{prefix(2), notClip, 0},
              Case{prefix(3), notClip, 0},
-             Case{changed([](ClipHeader& h) { h.version = 4; }), "Unrecognized version number [vXfsFile::ReadHead]\n", 0},
+             Case{changed([](ClipHeader& h) { h.version = 4; }), "Unrecognized version number [vXfsFile::ReadHead]\n",
+                  0},
              // Cut inside the rate, and just before version 3's interlacing.
-             Case{prefix(35), cutShort, 0}, Case{prefix(40), cutShort, 0},
+             Case{prefix(35), cutShort, 0},
+             Case{prefix(40), cutShort, 0},
              Case{changed([](ClipHeader& h) { h.blockSize = 0; }),
                   "Invalid block size 0 in " + path + " [vXfsFile::ReadHead]\n", 0},
              Case{changed([](ClipHeader& h) { h.packing = 22000; }),
                   "Frame size of " + path + " is not valid (720 x 486, packing 22000) [vXfsFile::ReadHead]\n", 0},
              // A 2-byte frame in 16-byte blocks: frame 0 would lie inside the header.
-             Case{changed([](ClipHeader& h) { h.version = 2, h.blockSize = 16, h.width = 2, h.height = 1, h.packing = 1005; }),
-                  warning(16) + "Frames of " + path + " would overlap its header (frame 0 at byte 16) [vXfsFile::ReadHead]\n", 0},
+             Case{changed([](ClipHeader& h) {
+                      h.version = 2, h.blockSize = 16, h.width = 2, h.height = 1, h.packing = 1005;
+                  }),
+                  warning(16) + "Frames of " + path +
+                      " would overlap its header (frame 0 at byte 16) [vXfsFile::ReadHead]\n",
+                  0},
              // The file's own block size wins: 699,840 bytes in 8192-byte blocks are 86 blocks.
              Case{changed([](ClipHeader& h) { h.blockSize = 8192; }), warning(8192), 86 * 8192},
          }) {

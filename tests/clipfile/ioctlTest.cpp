@@ -22,8 +22,10 @@ TEST(ClipControl, SpaceOrders)
     EXPECT_EQ(after.st_size, before.st_size);
 
     int kb = 0, mb = 0, images = 0, total = 0;
-    const std::pair<int, int*> figures[] = {{XFS_GET_FREE_SPACE_KB, &kb}, {XFS_GET_FREE_SPACE_MB, &mb},
-                                            {XFS_GET_FREE_IMAGES, &images}, {XFS_GET_FS_SIZE_KB, &total}};
+    const std::pair<int, int*> figures[] = {{XFS_GET_FREE_SPACE_KB, &kb},
+                                            {XFS_GET_FREE_SPACE_MB, &mb},
+                                            {XFS_GET_FREE_IMAGES, &images},
+                                            {XFS_GET_FS_SIZE_KB, &total}};
     for (auto [order, value] : figures)
         ASSERT_EQ(clip.IOCtl(order, value), 1);
     EXPECT_GT(kb, 0);
@@ -89,18 +91,18 @@ TEST(ClipControlDeath, ProgramErrorsStopWithTheirLine)
     vXfsFile closed;
     int v = 0;
     double rate = 0;
-    struct Case { std::function<void()> call; int line; };
-    for (const Case& c : {Case{[&] { closed.GetImage(0, nullptr, kSlot); }, 0},
-                          Case{[&] { closed.PutImagesBlock(0, 0, kSlot, nullptr); }, 0},
-                          Case{[&] { closed.GetImagesVector(0, 0, nullptr); }, 0},
-                          Case{[&] { closed.Open("w"); }, 0},  // no name
-                          Case{[&] { closed.IOCtl(0, &v); }, 0}, Case{[&] { closed.IOCtl(15, &v); }, 0},
-                          Case{[&] { closed.IOCtl(-1, &v); }, 0},
-                          Case{[&] { closed.SetAudioRate(48000.0); }, 825},
-                          Case{[&] { closed.UseAudioTrack(1); }, 853},
-                          Case{[&] { closed.GetAudioRate(rate); }, 1023},
-                          Case{[&] { closed.GetAudioFrameSize(v); }, 1035},
-                          Case{[&] { closed.GetAudioFrameLenght(); }, 1046}})
+    struct Case {
+        std::function<void()> call;
+        int line;
+    };
+    for (const Case& c :
+         {Case{[&] { closed.GetImage(0, nullptr, kSlot); }, 0},
+          Case{[&] { closed.PutImagesBlock(0, 0, kSlot, nullptr); }, 0},
+          Case{[&] { closed.GetImagesVector(0, 0, nullptr); }, 0}, Case{[&] { closed.Open("w"); }, 0},  // no name
+          Case{[&] { closed.IOCtl(0, &v); }, 0}, Case{[&] { closed.IOCtl(15, &v); }, 0},
+          Case{[&] { closed.IOCtl(-1, &v); }, 0}, Case{[&] { closed.SetAudioRate(48000.0); }, 825},
+          Case{[&] { closed.UseAudioTrack(1); }, 853}, Case{[&] { closed.GetAudioRate(rate); }, 1023},
+          Case{[&] { closed.GetAudioFrameSize(v); }, 1035}, Case{[&] { closed.GetAudioFrameLenght(); }, 1046}})
         EXPECT_DEATH(c.call(), "Assertion failed: file vXfsFile, line " +
                                    (c.line ? std::to_string(c.line) : std::string("[0-9]+")) + "\n");
 }

@@ -96,7 +96,8 @@ TEST(ClipTransfer, VectorsGatherOrFallBackToFrameByFrame)
               (std::vector<IoCall>{{'W', 4, -1}}));
     EXPECT_EQ(FileBytes(clip.GetName().c_str(), clip.DataOffset() + kSlot, 4 * kSlot), pool.Copy(0, 4 * kSlot));
     // 257 frames: more than one gathering call takes.
-    EXPECT_EQ(CallsOn(clip.Descriptor(), [&] { ASSERT_EQ(clip.PutImagesVector(10, 266, table.data()), 1); }).size(), 257u);
+    EXPECT_EQ(CallsOn(clip.Descriptor(), [&] { ASSERT_EQ(clip.PutImagesVector(10, 266, table.data()), 1); }).size(),
+              257u);
 
     // Buffers off the block alignment: one line each, then frame by frame.
     table[1] = pool.Data() + kSlot + 512, table[2] = pool.Data() + 2 * kSlot + 512;
@@ -104,9 +105,10 @@ TEST(ClipTransfer, VectorsGatherOrFallBackToFrameByFrame)
     expected << std::hex << "insufficient block alignment: " << reinterpret_cast<uintptr_t>(table[1])
              << "\ninsufficient block alignment: " << reinterpret_cast<uintptr_t>(table[2]) << "\n";
     std::string printed;
-    EXPECT_EQ(CallsOn(clip.Descriptor(), [&] {
-                  printed = StdoutOf([&] { ASSERT_EQ(clip.PutImagesVector(20, 23, table.data()), 1); });
-              }).size(), 4u);
+    EXPECT_EQ(CallsOn(clip.Descriptor(),
+                      [&] { printed = StdoutOf([&] { ASSERT_EQ(clip.PutImagesVector(20, 23, table.data()), 1); }); })
+                  .size(),
+              4u);
     EXPECT_EQ(printed, expected.str());
 
     Reopen(clip);
@@ -134,15 +136,25 @@ TEST(ClipTransfer, RangeChecksAndReadsAtTheEnd)
     EXPECT_NE(clip.GetImageSize(5, size), 0);
     EXPECT_EQ(size, kSlot);
     const Bytes written = ReadBytes(path);
-    struct Case { std::function<int()> call; std::string out; };
+    struct Case {
+        std::function<int()> call;
+        std::string out;
+    };
     for (const Case& c : {
-             Case{[&] { return clip.GetImageSize(6, size); }, "Asking for a non-existing frame [vXfsFile::GetImageSize]\n"},
-             Case{[&] { return clip.PutImage(-1, in.Data(), kSlot); }, "Asking for a negative frame [vXfsFile::PutImage]\n"},
-             Case{[&] { return clip.PutImagesBlock(-1, 0, kSlot, in.Data()); }, "Asking for a negative frame [vXfsFile::PutImagesBlock]\n"},
-             Case{[&] { return clip.GetImagesBlock(-1, 0, kSlot, in.Data()); }, "Asking for a negative frame [vXfsFile::GetImagesBlock]\n"},
-             Case{[&] { return clip.PutImagesVector(-1, -1, one); }, "Asking for a negative frame [vXfsFile::PutImagesVector]\n"},
-             Case{[&] { return clip.GetImage(6, in.Data(), kSlot); }, "Asking for a non-existing frame [vXfsFile::GetImage]\n"},
-             Case{[&] { return clip.GetImage(-1, in.Data(), kSlot); }, "Asking for a non-existing frame [vXfsFile::GetImage]\n"},
+             Case{[&] { return clip.GetImageSize(6, size); },
+                  "Asking for a non-existing frame [vXfsFile::GetImageSize]\n"},
+             Case{[&] { return clip.PutImage(-1, in.Data(), kSlot); },
+                  "Asking for a negative frame [vXfsFile::PutImage]\n"},
+             Case{[&] { return clip.PutImagesBlock(-1, 0, kSlot, in.Data()); },
+                  "Asking for a negative frame [vXfsFile::PutImagesBlock]\n"},
+             Case{[&] { return clip.GetImagesBlock(-1, 0, kSlot, in.Data()); },
+                  "Asking for a negative frame [vXfsFile::GetImagesBlock]\n"},
+             Case{[&] { return clip.PutImagesVector(-1, -1, one); },
+                  "Asking for a negative frame [vXfsFile::PutImagesVector]\n"},
+             Case{[&] { return clip.GetImage(6, in.Data(), kSlot); },
+                  "Asking for a non-existing frame [vXfsFile::GetImage]\n"},
+             Case{[&] { return clip.GetImage(-1, in.Data(), kSlot); },
+                  "Asking for a non-existing frame [vXfsFile::GetImage]\n"},
          }) {
         EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(c.call(), 0); }), c.out);
     }

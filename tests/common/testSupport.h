@@ -171,8 +171,8 @@ struct ClipHeader {
     Bytes Encode() const
     {
         Bytes out;
-        for (int64_t v : {int64_t(magic), int64_t(version), int64_t(frames), int64_t(blockSize),
-                          int64_t(replaceable), int64_t(width), int64_t(height), int64_t(packing)})
+        for (int64_t v : {int64_t(magic), int64_t(version), int64_t(frames), int64_t(blockSize), int64_t(replaceable),
+                          int64_t(width), int64_t(height), int64_t(packing)})
             PutBigEndian(out, static_cast<uint32_t>(v), 4);
         uint64_t bits = 0;
         std::memcpy(&bits, &rate, sizeof bits);

@@ -39,7 +39,13 @@ TEST(DeviceOpenClose, StateTable)
     // From the state `from`, Open(`mode`) (or Close() when mode is null) with
     // hooks returning openResult / closeResult; then the result, the hooks
     // called and the state reached.
-    struct Case { const char* from; const char* mode; int openResult, closeResult, result; Calls calls; const char* to; };
+    struct Case {
+        const char* from;
+        const char* mode;
+        int openResult, closeResult, result;
+        Calls calls;
+        const char* to;
+    };
     for (const Case& c : {
              Case{"", "r", 7, 1, 7, {"OR:r"}, "r"},  // the hook's own result is passed on
              Case{"", "w", 1, 1, 1, {"OW:w"}, "w"},
@@ -96,16 +102,16 @@ TEST(DeviceDefaults, BaseAndStorageDefaultsAreNeutral)
     EXPECT_EQ(d.Open("r"), 0);
 
     vStorageDevice s;
-    for (int unknown : {s.GetWidth(), s.GetHeight(), s.GetNumFrames(), s.GetImageFrameLenght(),
-                        s.GetAudioFrameLenght()})
+    for (int unknown :
+         {s.GetWidth(), s.GetHeight(), s.GetNumFrames(), s.GetImageFrameLenght(), s.GetAudioFrameLenght()})
         EXPECT_EQ(unknown, -1);
     EXPECT_STREQ(s.GetName().c_str(), "");
     int i = 42;
     double r = 4.5;
     char buf[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    for (int zero : {s.GetImageFormat(), s.SetName("x"), s.SetSize(720, 576), s.GetInterlacing(i),
-                     s.GetImageSize(0, i), s.GetImageRate(r), s.GetImage(0, buf, 8),
-                     s.GetImagesBlock(0, 0, 8, buf), s.PutImage(0, buf, 8), s.Open("w")})
+    for (int zero :
+         {s.GetImageFormat(), s.SetName("x"), s.SetSize(720, 576), s.GetInterlacing(i), s.GetImageSize(0, i),
+          s.GetImageRate(r), s.GetImage(0, buf, 8), s.GetImagesBlock(0, 0, 8, buf), s.PutImage(0, buf, 8), s.Open("w")})
         EXPECT_EQ(zero, 0);
     EXPECT_EQ(i, 42);  // outputs left alone
     EXPECT_EQ(r, 4.5);

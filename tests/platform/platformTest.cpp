@@ -7,15 +7,29 @@
 
 TEST(DmParams, FrameSizeByPacking)
 {
-    struct Case { int width, height, packing; size_t size; };
+    struct Case {
+        int width, height, packing;
+        size_t size;
+    };
     for (const Case& c : {
-             Case{720, 576, 1008, 829440}, Case{720, 486, 1008, 699840}, Case{180, 121, 1000, 65340},
-             Case{10, 10, 1005, 100}, Case{10, 10, 2001, 400}, Case{10, 10, 3002, 150},
-             Case{10, 10, 11001, 600}, Case{10, 10, 11002, 400}, Case{10, 10, 1092, 200},
+             Case{720, 576, 1008, 829440},
+             Case{720, 486, 1008, 699840},
+             Case{180, 121, 1000, 65340},
+             Case{10, 10, 1005, 100},
+             Case{10, 10, 2001, 400},
+             Case{10, 10, 3002, 150},
+             Case{10, 10, 11001, 600},
+             Case{10, 10, 11002, 400},
+             Case{10, 10, 1092, 200},
              // Unknown packings and empty sizes have none.
-             Case{720, 576, 0, 0}, Case{720, 576, 1012, 0}, Case{0, 576, 1008, 0}, Case{720, -1, 1008, 0},
+             Case{720, 576, 0, 0},
+             Case{720, 576, 1012, 0},
+             Case{0, 576, 1008, 0},
+             Case{720, -1, 1008, 0},
              // The largest size an int holds, and sizes past it.
-             Case{INT_MAX, 1, 1005, INT_MAX}, Case{65536, 32768, 1008, 0}, Case{INT_MAX, INT_MAX, 11001, 0},
+             Case{INT_MAX, 1, 1005, INT_MAX},
+             Case{65536, 32768, 1008, 0},
+             Case{INT_MAX, INT_MAX, 11001, 0},
          }) {
         DMparams* p = nullptr;
         dmParamsCreate(&p);

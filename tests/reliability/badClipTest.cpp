@@ -35,8 +35,8 @@ std::vector<BadClip> badClips()
     };
     for (size_t n = 0; n <= 3; ++n)
         cases.push_back({std::to_string(n) + " bytes", Bytes(n, 0), "@ is not a Vetra xfs file.\n" + refused});
-    cases.push_back({"wrong magic", header([](ClipHeader& h) { h.magic = 0xCE090600; }),
-                     "@ is not a Vetra xfs file.\n" + refused});
+    cases.push_back(
+        {"wrong magic", header([](ClipHeader& h) { h.magic = 0xCE090600; }), "@ is not a Vetra xfs file.\n" + refused});
     for (int32_t version : {0, 4})
         cases.push_back({"version " + std::to_string(version),
                          header([version](ClipHeader& h) { h.version = version; }),
@@ -47,17 +47,17 @@ std::vector<BadClip> badClips()
         cases.push_back({"cut at " + std::to_string(cut), Bytes(whole.begin(), whole.begin() + long(cut)),
                          "@'s header is cut short [vXfsFile::ReadHead]\n" + refused});
     for (int32_t block : {0, -4096})
-        cases.push_back({"block size " + std::to_string(block),
-                         header([block](ClipHeader& h) { h.blockSize = block; }),
+        cases.push_back({"block size " + std::to_string(block), header([block](ClipHeader& h) { h.blockSize = block; }),
                          "Invalid block size " + std::to_string(block) + " in @ [vXfsFile::ReadHead]\n" + refused});
     // Zero and negative sizes, frame sizes past 2^31, wrapping past 2^32 to a
     // small one, a slot rounding past 2^31, a packing the store does not know.
     using Dims = std::array<int32_t, 3>;  // width, height, packing
-    for (const Dims d : {Dims{0, 576, 1008}, Dims{720, 0, 1008}, Dims{-720, 576, 1008}, Dims{720, -576, 1008},
-                         Dims{65536, 16384, 1008}, Dims{65536, 32769, 1008}, Dims{1073741823, 1, 1008},
-                         Dims{720, 576, 1234}}) {
+    for (const Dims d :
+         {Dims{0, 576, 1008}, Dims{720, 0, 1008}, Dims{-720, 576, 1008}, Dims{720, -576, 1008},
+          Dims{65536, 16384, 1008}, Dims{65536, 32769, 1008}, Dims{1073741823, 1, 1008}, Dims{720, 576, 1234}}) {
         const std::string line = "Frame size of @ is not valid (" + std::to_string(d[0]) + " x " +
-                                 std::to_string(d[1]) + ", packing " + std::to_string(d[2]) + ") [vXfsFile::ReadHead]\n";
+                                 std::to_string(d[1]) + ", packing " + std::to_string(d[2]) +
+                                 ") [vXfsFile::ReadHead]\n";
         const auto dims = [d](ClipHeader& h) { std::tie(h.width, h.height, h.packing) = std::tie(d[0], d[1], d[2]); };
         cases.push_back({line, header(dims), line + refused});
     }

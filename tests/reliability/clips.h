@@ -12,7 +12,8 @@ namespace rel {
 inline tsupport::Bytes MakeClip(const tsupport::ClipHeader& h, int stored)
 {
     tsupport::Bytes bytes = h.Encode();
-    const size_t frame = size_t(h.width) * size_t(h.height) * 2, slot = (frame + h.blockSize - 1) / h.blockSize * h.blockSize;
+    const size_t frame = size_t(h.width) * size_t(h.height) * 2,
+                 slot = (frame + h.blockSize - 1) / h.blockSize * h.blockSize;
     bytes.resize(slot * static_cast<size_t>(1 + stored), 0);
     for (size_t k = slot; k < bytes.size(); ++k)
         bytes[k] = static_cast<unsigned char>((k * 7 + (k >> 9) * 13 + k / slot * 29) & 0xFF);

@@ -37,9 +37,9 @@ const std::string kInfo = "PAL file: 3 frames [720x576]\n";
 // descriptors 3 and up are the files the run itself has open.
 RunResult Tool(const std::vector<std::string>& args, const std::string& prelude = "")
 {
-    std::vector<std::string> argv{"sh", "-c",
-                                  prelude + "for fd in 3 4 5 6 7 8 9; do eval \"exec $fd>&-\"; done; exec \"$0\" \"$@\"",
-                                  PAL2NTSC_BIN};
+    std::vector<std::string> argv{
+        "sh", "-c", prelude + "for fd in 3 4 5 6 7 8 9; do eval \"exec $fd>&-\"; done; exec \"$0\" \"$@\"",
+        PAL2NTSC_BIN};
     argv.insert(argv.end(), args.begin(), args.end());
     return tsupport::RunProgram("/bin/sh", argv);
 }
@@ -207,12 +207,14 @@ TEST_F(DataSafety, HeaderThatCannotBeWrittenLeavesNoEmptyFile)
     // No file may grow at all, but what the run prints still goes through
     // pipes to the files that collect it.
     const auto noRoom = [&](const std::string& output) {
-        return tsupport::RunProgram("/bin/sh", {"sh", "-c",
-                                                "{ (trap '' XFSZ; ulimit -f 0; exec \"$0\" \"$@\" 3>&-) 2>&1 >&3 | cat >&2; } 3>&1 | cat",
-                                                PAL2NTSC_BIN, "-P", input, "-N", output});
+        return tsupport::RunProgram(
+            "/bin/sh",
+            {"sh", "-c", "{ (trap '' XFSZ; ulimit -f 0; exec \"$0\" \"$@\" 3>&-) 2>&1 >&3 | cat >&2; } 3>&1 | cat",
+             PAL2NTSC_BIN, "-P", input, "-N", output});
     };
     const RunResult r = noRoom(fresh);
-    EXPECT_EQ(r.out, kInfo + "Unable to write " + fresh + "'s header. [vXfsFile::OpenForWriting]\nUnable to open NTSC file\n");
+    EXPECT_EQ(r.out,
+              kInfo + "Unable to write " + fresh + "'s header. [vXfsFile::OpenForWriting]\nUnable to open NTSC file\n");
     EXPECT_EQ(r.err, "vXfsFile::WriteHead: File too large\n");
     EXPECT_FALSE(fs::exists(fs::symlink_status(fresh)));
 

@@ -68,8 +68,8 @@ protected:
             r.out.erase(r.out.find(noLimits), noLimits.size());
         EXPECT_EQ(std::make_pair(r.status, r.out), std::make_pair(0, kInfo + "Unable to save NTSC images\n"));
         EXPECT_NE(r.err.find("Unable to write data [vXfsFile::PutImagesBlock]: " + reason), std::string::npos) << r.err;
-        for (const auto& [path, reference, bytes] : {std::make_tuple(ntsc, Ref().ntsc, kNtscSlot * 6),
-                                                      std::make_tuple(small, Ref().small, kSmallSlot * 6)})
+        for (const auto& [path, reference, bytes] :
+             {std::make_tuple(ntsc, Ref().ntsc, kNtscSlot * 6), std::make_tuple(small, Ref().small, kSmallSlot * 6)})
             if (!path.empty()) {
                 EXPECT_EQ(ReadFile(path).substr(0, size_t(bytes)), reference.substr(0, size_t(bytes))) << path;
             }
@@ -85,9 +85,11 @@ TEST_F(Conversion, WriteRefusedPartwayStopsWithTheMessageAndKeepsEarlierFrames)
     // the second, in the 512-byte units of ulimit; the run inherits the limit
     // and the ignored signal.
     const std::string ntsc = dir / "ntsc.clip", small = dir / "small.clip";
-    const std::string limit = "trap '' XFSZ; ulimit -f " + std::to_string(kNtscSlot * 17 / 2 / 512) + "; exec \"$0\" \"$@\"";
-    ExpectStopped(tsupport::RunProgram("/bin/sh", {"sh", "-c", limit, PAL2NTSC_BIN, "-P", Input(), "-N", ntsc, "-n", small}),
-                  "File too large", ntsc, small);
+    const std::string limit =
+        "trap '' XFSZ; ulimit -f " + std::to_string(kNtscSlot * 17 / 2 / 512) + "; exec \"$0\" \"$@\"";
+    ExpectStopped(
+        tsupport::RunProgram("/bin/sh", {"sh", "-c", limit, PAL2NTSC_BIN, "-P", Input(), "-N", ntsc, "-n", small}),
+        "File too large", ntsc, small);
 }
 
 TEST_F(Conversion, FullFileSystemStopsWithTheMessageAndKeepsEarlierFrames)
@@ -99,9 +101,9 @@ TEST_F(Conversion, FullFileSystemStopsWithTheMessageAndKeepsEarlierFrames)
     const char* script = "mount -t tmpfs -o size=6m tmpfs \"$1\" || exit 77\n"
                          "\"$2\" -P \"$3\" -N \"$1/ntsc.clip\"; status=$?\n"
                          "cp \"$1/ntsc.clip\" \"$4\"; exit $status";
-    const tsupport::RunResult r = tsupport::RunProgram(
-        "/usr/bin/unshare", {"unshare", "--map-root-user", "--mount", "sh", "-c", script, "sh", mountPoint,
-                             PAL2NTSC_BIN, Input(), copy});
+    const tsupport::RunResult r =
+        tsupport::RunProgram("/usr/bin/unshare", {"unshare", "--map-root-user", "--mount", "sh", "-c", script, "sh",
+                                                  mountPoint, PAL2NTSC_BIN, Input(), copy});
     if (r.status == 77 || r.out.empty())
         GTEST_SKIP() << "cannot mount a tmpfs in a private mount namespace here: " << r.err;
     ExpectStopped(r, "No space left on device", copy);
@@ -174,12 +176,15 @@ TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
              {{"-P", Input(), "-N", dangling}, kInfo + "NTSC file " + dangling + " is a broken symbolic link\n"},
              {{"-P", Input(), "-N", ntsc, "-n", dangling},
               kInfo + "Scaled file " + dangling + " is a broken symbolic link\n"},
-             {{"-P", subdir, "-N", ntsc}, subdir + " is a directory [vXfsFile::OpenForReading]\nUnable to open PAL file\n"},
+             {{"-P", subdir, "-N", ntsc},
+              subdir + " is a directory [vXfsFile::OpenForReading]\nUnable to open PAL file\n"},
              {{"-P", fifo, "-N", ntsc},
               fifo + " is not a regular file [vXfsFile::OpenForReading]\nUnable to open PAL file\n"},
              {{"-P", Input(), "-N", subdir}, kInfo + subdir + " is a directory" + cannotReplace},
              {{"-P", Input(), "-N", fifo}, kInfo + fifo + " is not a regular file" + cannotReplace},
-             {{"-P", Input(), "-N", missing}, kInfo + "Unable to open NTSC file\n", missing + ": No such file or directory\n"},
+             {{"-P", Input(), "-N", missing},
+              kInfo + "Unable to open NTSC file\n",
+              missing + ": No such file or directory\n"},
          }) {
         SCOPED_TRACE(c.args[1] + " -> " + c.args.back());
         const tsupport::RunResult r = Tool(c.args);
@@ -193,10 +198,10 @@ TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
 #ifndef PAL2NTSC_SANITIZED
 TEST_F(Conversion, WholeRunIsCleanUnderValgrind)
 {
-    const tsupport::RunResult r = tsupport::RunProgram(
-        "/usr/bin/env", {"env", "valgrind", "--quiet", "--error-exitcode=1", "--leak-check=full",
-                         "--errors-for-leak-kinds=definite,indirect", PAL2NTSC_BIN, "-P", Input(), "-N",
-                         dir / "ntsc.clip", "-n", dir / "small.clip", "-s", "2"});
+    const tsupport::RunResult r =
+        tsupport::RunProgram("/usr/bin/env", {"env", "valgrind", "--quiet", "--error-exitcode=1", "--leak-check=full",
+                                              "--errors-for-leak-kinds=definite,indirect", PAL2NTSC_BIN, "-P", Input(),
+                                              "-N", dir / "ntsc.clip", "-n", dir / "small.clip", "-s", "2"});
     if (r.status == 127)
         GTEST_SKIP() << "valgrind is not installed";
     EXPECT_EQ(std::make_tuple(r.status, r.out, r.err), std::make_tuple(0, kInfo, ""));

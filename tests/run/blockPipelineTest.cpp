@@ -21,8 +21,8 @@ std::string Span(int first, int last) { return std::to_string(first) + "-" + std
 // a loop which did not wait for a conversion would write before it ended,
 // and one that read into the buffer being converted would be seen.
 struct FakeRun {
-    int failingRead = -1;        // first frame of the block whose read fails
-    int failingWrite = -1;       // first frame of the block whose write fails
+    int failingRead = -1;   // first frame of the block whose read fails
+    int failingWrite = -1;  // first frame of the block whose write fails
     std::string heldReport;
     std::vector<std::string> events;
     std::mutex mutex;
@@ -83,7 +83,11 @@ struct FakeRun {
 
 TEST(BlockPipeline, EveryBlockOnceInOrderFromItsOwnBuffer)
 {
-    struct Case { int32_t frames; int blockFrames; Blocks blocks; };
+    struct Case {
+        int32_t frames;
+        int blockFrames;
+        Blocks blocks;
+    };
     for (const Case& c : {Case{12, 5, {"0-4", "5-9", "10-11"}}, Case{10, 5, {"0-4", "5-9"}}, Case{3, 5, {"0-2"}},
                           Case{7, 1, {"0-0", "1-1", "2-2", "3-3", "4-4", "5-5", "6-6"}}, Case{0, 5, {}}}) {
         SCOPED_TRACE(std::to_string(c.frames) + " frames by " + std::to_string(c.blockFrames));
@@ -110,11 +114,17 @@ TEST(BlockPipeline, FailedReadReportedAfterTheBlockBeforeIsWrittenAndWriteFailur
     // plain loop would have read, and nothing goes on past it, not even a
     // read. A write that fails ends the run first, even when the read made
     // ahead of it failed too: that read was never the loop's to report.
-    struct Case { int32_t frames; std::string failedRead; int failingWrite; std::string message; Blocks written; };
+    struct Case {
+        int32_t frames;
+        std::string failedRead;
+        int failingWrite;
+        std::string message;
+        Blocks written;
+    };
     const std::string load = "Unable to load PAL images\n";
-    for (const Case& c : {Case{17, "5-9", -1, load, {"0-4"}}, Case{17, "0-4", -1, load, {}},
-                          Case{12, "10-11", -1, "", {"0-4", "5-9"}}, Case{3, "0-2", -1, "", {}},
-                          Case{17, "10-14", 5, "write failed\n", {"0-4", "5-9"}}}) {
+    for (const Case& c :
+         {Case{17, "5-9", -1, load, {"0-4"}}, Case{17, "0-4", -1, load, {}}, Case{12, "10-11", -1, "", {"0-4", "5-9"}},
+          Case{3, "0-2", -1, "", {}}, Case{17, "10-14", 5, "write failed\n", {"0-4", "5-9"}}}) {
         SCOPED_TRACE(c.failedRead + " of " + std::to_string(c.frames));
         FakeRun run;
         run.failingRead = std::stoi(c.failedRead);

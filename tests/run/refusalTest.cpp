@@ -73,7 +73,8 @@ TEST(Refusal, MessageAndEveryFileLeftAsItWas)
         {{"-P", dir / "missing.clip", "-N", keep}, "Unable to open PAL file\n"},
         {{"-P", noframe, "-N", ntsc},
          unreadable("Frame size of " + noframe + " is not valid (720 x 576, packing 4242) [vXfsFile::ReadHead]",
-                    noframe) + "Unable to open PAL file\n"},
+                    noframe) +
+             "Unable to open PAL file\n"},
         {{"-P", pal, "-N", keep}, unwritable + "Unable to open NTSC file\n"},
         {{"-P", pal, "-N", dir / "sub/ntsc.clip", "-n", keep}, unwritable + "Unable to open scaled file\n"},
     };
@@ -85,8 +86,9 @@ TEST(Refusal, MessageAndEveryFileLeftAsItWas)
         EXPECT_EQ(Files(dir.Path()), files) << "a file was changed or created";
         std::filesystem::remove(ntsc);
     }
-    EXPECT_NE(ToolInProcess({"-P", dir / "missing.clip", "-N", ntsc}).err.find("missing.clip: No such file or directory"),
-              std::string::npos);
+    EXPECT_NE(
+        ToolInProcess({"-P", dir / "missing.clip", "-N", ntsc}).err.find("missing.clip: No such file or directory"),
+        std::string::npos);
 }
 
 }  // namespace

@@ -39,8 +39,8 @@ inline RunResult ToolInProcess(std::vector<std::string> args)
     return result;
 }
 
-inline ClipHeader Header(int32_t frames, int32_t width, int32_t height, int32_t packing = 1008,
-                         double rate = 25.0, int32_t interlacing = 1, int32_t replaceable = 1)
+inline ClipHeader Header(int32_t frames, int32_t width, int32_t height, int32_t packing = 1008, double rate = 25.0,
+                         int32_t interlacing = 1, int32_t replaceable = 1)
 {
     return ClipHeader{0x000609CE, 3, frames, 4096, replaceable, width, height, packing, rate, interlacing};
 }

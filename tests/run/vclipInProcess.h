@@ -15,9 +15,8 @@ inline RunResult VclipInProcess(std::vector<std::string> args)
         argv.push_back(a.data());
     argv.push_back(nullptr);
     RunResult result;
-    result.err = StderrOf([&] {
-        result.out = StdoutOf([&] { result.status = vclipMain(static_cast<int>(args.size()), argv.data()); });
-    });
+    result.err = StderrOf(
+        [&] { result.out = StdoutOf([&] { result.status = vclipMain(static_cast<int>(args.size()), argv.data()); }); });
     return result;
 }
 

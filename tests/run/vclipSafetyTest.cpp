@@ -60,7 +60,7 @@ void ForgetCachedPages(const std::string& path)
 
 mode_t ModeOf(const std::string& path)
 {
-    struct stat st{};
+    struct stat st {};
     return stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
 }
 
@@ -234,18 +234,31 @@ TEST(VclipSafety, FailedRunsLeaveTheDestinationAsItWas)
         std::string message;
     };
     const std::vector<Case> cases = {
-        {"clip cut inside frame 1", {}, {"export", "@cut.clip", "--y4m", "@good.y4m"},
+        {"clip cut inside frame 1",
+         {},
+         {"export", "@cut.clip", "--y4m", "@good.y4m"},
          "cut.clip: frame 1 is missing: the file holds only 1 of its 3 frames"},
-        {"clip cut inside frame 1", {}, {"export", "@cut.clip", "--frame", "1", "--image", "@good.png"},
+        {"clip cut inside frame 1",
+         {},
+         {"export", "@cut.clip", "--frame", "1", "--image", "@good.png"},
          "cut.clip: frame 1 is missing: the file holds only 1 of its 3 frames"},
         {"size limit", {"-f 8"}, {"export", "@wide.clip", "--y4m", "@good.y4m"}, "good.y4m: File too large"},
-        {"size limit", {"-f 4"}, {"export", "@wide.clip", "--frame", "2", "--image", "@good.png"},
+        {"size limit",
+         {"-f 4"},
+         {"export", "@wide.clip", "--frame", "2", "--image", "@good.png"},
          "good.png: File too large"},
-        {"size limit", {"-f 8"}, {"bars", "@notes.txt", "--force", "--frames", "4", "--width", "64", "--height", "32"},
+        {"size limit",
+         {"-f 8"},
+         {"bars", "@notes.txt", "--force", "--frames", "4", "--width", "64", "--height", "32"},
          "unable to write frame 0: File too large"},
-        {"size limit", {"-f 8"}, {"bars", "@new.clip", "--frames", "4", "--width", "64", "--height", "32"},
+        {"size limit",
+         {"-f 8"},
+         {"bars", "@new.clip", "--frames", "4", "--width", "64", "--height", "32"},
          "unable to write frame 0: File too large"},
-        {"size limit", {"-f 8"}, {"import", "--y4m", "@wide.y4m", "@new.clip"}, "unable to write frame 0: File too large"},
+        {"size limit",
+         {"-f 8"},
+         {"import", "--y4m", "@wide.y4m", "@new.clip"},
+         "unable to write frame 0: File too large"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what + ": " + c.args[0] + " " + c.args[1] + " ... " + c.args.back());
@@ -312,7 +325,8 @@ TEST(VclipSafety, Y4mImportTakesWholeStreamsOrNothing)
     ScratchDir d;
     WriteFile(d / "in.y4m", head + "FRAME XA=1\n" + frame + good + "FRAME XB=2 XC=3\n" + frame);
     ASSERT_EQ(VclipInProcess({"import", "--y4m", d / "in.y4m", d / "x.clip"}).status, 0);
-    EXPECT_NE(VclipInProcess({"info", d / "x.clip"}).out.find("complete:     yes, all 3 frames present"), std::string::npos);
+    EXPECT_NE(VclipInProcess({"info", d / "x.clip"}).out.find("complete:     yes, all 3 frames present"),
+              std::string::npos);
 }
 
 // Frames count only where their pictures are written data: a run that
@@ -418,15 +432,21 @@ TEST(VclipSafety, InputsCannotMakeItAllocateOrWait)
     const std::vector<Case> cases = {
         {{"export", d / "huge.clip", "--y4m", d / "huge.y4m"}, 1, missing},
         {{"export", d / "huge.clip", "--frame", "0", "--image", d / "huge.ppm"}, 1, missing},
-        {{"bars", d / "blocks.clip", "--frames", "1", "--width", "16", "--height", "4"}, 1,
+        {{"bars", d / "blocks.clip", "--frames", "1", "--width", "16", "--height", "4"},
+         1,
          "is laid out in blocks of 1073741824 bytes"},
         {{"import", "--y4m", d / "side1.y4m", d / "side1.clip"}, 1, "frame 0: cut short: 1000 of its 536870912 bytes"},
         {{"import", "--y4m", d / "side.y4m", d / "side.clip"}, 0, ""},
-        {{"import", "--uyvy", d / "fifo", "--width", "16", "--height", "4", d / "f.clip"}, 1,
+        {{"import", "--uyvy", d / "fifo", "--width", "16", "--height", "4", d / "f.clip"},
+         1,
          "fifo is not a regular file; a file of raw UYVY frames was expected"},
-        {{"import", "--y4m", d / "fifo", d / "f.clip"}, 1, "fifo is not a regular file; a YUV4MPEG2 stream was expected"},
+        {{"import", "--y4m", d / "fifo", d / "f.clip"},
+         1,
+         "fifo is not a regular file; a YUV4MPEG2 stream was expected"},
         {{"info", d / "fifo"}, 1, "fifo is not a regular file; a clip file was expected"},
-        {{"export", d / "in.clip", "--y4m", d / "fifo", "--force"}, 1, "fifo is not a regular file; it is left as it is"},
+        {{"export", d / "in.clip", "--y4m", d / "fifo", "--force"},
+         1,
+         "fifo is not a regular file; it is left as it is"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args[0] + " " + c.args[1] + " ... " + c.args.back());
@@ -443,7 +463,8 @@ TEST(VclipSafety, InputsCannotMakeItAllocateOrWait)
         EXPECT_EQ(after, before);
     }
     // The stream with no frame is a clip with none.
-    EXPECT_NE(VclipInProcess({"info", d / "side.clip"}).out.find("complete:     yes, all 0 frames present"), std::string::npos);
+    EXPECT_NE(VclipInProcess({"info", d / "side.clip"}).out.find("complete:     yes, all 0 frames present"),
+              std::string::npos);
 }
 
 }  // namespace

@@ -42,15 +42,17 @@ TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
     EXPECT_EQ(bars.substr(0, 44), Encoded(Header(3, 720, 576)));
     EXPECT_EQ(bars.size(), 831488u * 4);
     EXPECT_EQ(VclipInProcess({"info", clip}).out,
-              "clip:         " + clip + "\nversion:      3\nframes:       3\nblock size:   4096\n"
-              "replaceable:  1\nwidth:        720\nheight:       576\npacking:      1008 (YUV 4:2:2)\n"
-              "rate:         25\ninterlacing:  1\nframe slot:   831488\ndata offset:  831488\n"
-              "file size:    3325952\ncomplete:     yes, all 3 frames present\n");
+              "clip:         " + clip +
+                  "\nversion:      3\nframes:       3\nblock size:   4096\n"
+                  "replaceable:  1\nwidth:        720\nheight:       576\npacking:      1008 (YUV 4:2:2)\n"
+                  "rate:         25\ninterlacing:  1\nframe slot:   831488\ndata offset:  831488\n"
+                  "file size:    3325952\ncomplete:     yes, all 3 frames present\n");
 
     // A file that is not a clip is not written over; a replaceable clip is.
     WriteFile(text, "not a clip");
     const RunResult refused = VclipInProcess({"bars", text, "--frames", "1"});
-    EXPECT_EQ(refused.err, "vclip: " + text + " is not a replaceable clip; it is left as it is (--force replaces it)\n");
+    EXPECT_EQ(refused.err,
+              "vclip: " + text + " is not a replaceable clip; it is left as it is (--force replaces it)\n");
     EXPECT_EQ(ReadFile(text), "not a clip");
     EXPECT_EQ(VclipInProcess({"bars", clip, "--frames", "2", "--width", "32", "--height", "8"}).status, 0);
     EXPECT_EQ(ReadFile(clip).substr(0, 44), Encoded(Header(2, 32, 8)));
@@ -107,8 +109,12 @@ TEST(Vclip, RawImportConvertAndExport)
     const std::string bmp = ReadFile(dir / "s.bmp");
     ASSERT_EQ(bmp.size(), 54u + 544 * 121);
     EXPECT_EQ(bmp.substr(0, 2), "BM");
-    for (auto [at, bytes, value] : {std::tuple<int, int, uint32_t>{2, 4, 54 + 544 * 121}, {10, 4, 54}, {14, 4, 40},
-                                    {18, 4, 181}, {22, 4, 121}, {28, 2, 24}})
+    for (auto [at, bytes, value] : {std::tuple<int, int, uint32_t>{2, 4, 54 + 544 * 121},
+                                    {10, 4, 54},
+                                    {14, 4, 40},
+                                    {18, 4, 181},
+                                    {22, 4, 121},
+                                    {28, 2, 24}})
         EXPECT_EQ(Number(bmp, at, bytes, false), value) << "offset " << at;
     const std::string reduced = SlotOf(ReadFile(small), Slot(Header(0, 181, 121, 1000)), 1);
     for (size_t row = 0; row < 121; ++row) {
@@ -125,7 +131,9 @@ TEST(Vclip, PpmAndPngImages)
     const std::string rgb("\xFF\xFF\xFF\0\0\0\xFF\0\0\xFF\0\0\x80\x80\x80\x80\x80\x80\0\0\0\xFF\xFF\xFF", 24);
     ScratchDir dir;
     WriteFile(dir / "in.uyvy", pairs + pairs);
-    ASSERT_EQ(VclipInProcess({"import", "--uyvy", dir / "in.uyvy", "--width", "8", "--height", "2", dir / "c.clip"}).status, 0);
+    ASSERT_EQ(
+        VclipInProcess({"import", "--uyvy", dir / "in.uyvy", "--width", "8", "--height", "2", dir / "c.clip"}).status,
+        0);
     ASSERT_EQ(VclipInProcess({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.ppm"}).status, 0);
     EXPECT_EQ(ReadFile(dir / "f.ppm"), "P6\n8 2\n255\n" + rgb + rgb);
 
@@ -143,8 +151,9 @@ TEST(Vclip, PpmAndPngImages)
 #ifdef HAVE_ZLIB
     std::string rows(2 * (1 + 24), '\0');
     uLongf size = rows.size();
-    ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(&rows[0]), &size, reinterpret_cast<const Bytef*>(idat.data()),
-                         idat.size()), Z_OK);
+    ASSERT_EQ(
+        uncompress(reinterpret_cast<Bytef*>(&rows[0]), &size, reinterpret_cast<const Bytef*>(idat.data()), idat.size()),
+        Z_OK);
     EXPECT_EQ(rows, std::string(1, '\0') + rgb + std::string(1, '\0') + rgb);
 #endif
 }

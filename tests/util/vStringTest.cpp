@@ -91,7 +91,12 @@ TEST(vStringConstruct, SelfAndOwnTextAssignmentKeepText)
 
 TEST(vStringEdit, AlignWithBothMessages)
 {
-    struct Case { vString::Justify mode; int width, result; const char* text; const char* err; };
+    struct Case {
+        vString::Justify mode;
+        int width, result;
+        const char* text;
+        const char* err;
+    };
     for (const Case& c : {Case{vString::Right, 5, 1, "...ab", ""}, Case{vString::Left, 5, 1, "ab...", ""},
                           Case{vString::Center, 5, 1, ".ab..", ""}, Case{vString::Center, 2, 1, "ab", ""},
                           Case{vString::Left, 1, 0, "ab", "vString: Align: bad argument: 1 (2)\n"},
@@ -117,16 +122,22 @@ TEST(vStringEdit, TrimAndCase)
 TEST(vStringEdit, SubstringsAndDeletionOutOfRange)
 {
     const vString h("hello");
-    struct Case { vString got; const char* want; };
-    for (const Case& c : {Case{h.GetSubStringPos(2), "llo"}, Case{h.GetSubStringPos(6), ""},
-                          Case{h.GetSubStringPos(-1), ""}, Case{h.GetSubStringPos(3, 1), "el"},
-                          Case{h.GetSubStringPos(0, 6), ""}, Case{h.GetSubStringLen(1, 4), "ello"},
-                          Case{h.GetSubStringLen(1, 5), ""}, Case{h.GetSubStringLen(2, INT_MAX), ""},
-                          Case{h.getSubStr(2, 100), "llo"}, Case{h.getSubStr(-1, 2), ""}})
+    struct Case {
+        vString got;
+        const char* want;
+    };
+    for (const Case& c :
+         {Case{h.GetSubStringPos(2), "llo"}, Case{h.GetSubStringPos(6), ""}, Case{h.GetSubStringPos(-1), ""},
+          Case{h.GetSubStringPos(3, 1), "el"}, Case{h.GetSubStringPos(0, 6), ""}, Case{h.GetSubStringLen(1, 4), "ello"},
+          Case{h.GetSubStringLen(1, 5), ""}, Case{h.GetSubStringLen(2, INT_MAX), ""}, Case{h.getSubStr(2, 100), "llo"},
+          Case{h.getSubStr(-1, 2), ""}})
         EXPECT_STREQ(c.got.c_str(), c.want);
-    struct Del { int a, b; const char* want; };
-    for (const Del& c : {Del{0, 2, "cdef"}, Del{2, 2, "aef"}, Del{6, 0, "abcde"}, Del{0, 6, ""},
-                         Del{4, 3, "abcdef"}, Del{-1, 2, "abcdef"}, Del{INT_MAX, INT_MAX, "abcdef"}}) {
+    struct Del {
+        int a, b;
+        const char* want;
+    };
+    for (const Del& c : {Del{0, 2, "cdef"}, Del{2, 2, "aef"}, Del{6, 0, "abcde"}, Del{0, 6, ""}, Del{4, 3, "abcdef"},
+                         Del{-1, 2, "abcdef"}, Del{INT_MAX, INT_MAX, "abcdef"}}) {
         vString s("abcdef");
         s.delSubStr(c.a, c.b);
         EXPECT_STREQ(s.c_str(), c.want) << "a " << c.a << " b " << c.b;

@@ -36,4 +36,3 @@ Arguments parseArguments(int argc, char** argv, int from, const CommandOptions& 
 
 // A whole decimal number in [low, high].
 bool toInt(const std::string& text, int low, int high, int& value);
-

@@ -12,8 +12,7 @@ int commandBars(const Arguments& args)
     int frames = 25;
     if (args.Has("frames") && !toInt(args.Get("frames"), 0, 1 << 20, frames))
         return failure("bad frame count '%s'", args.Get("frames").c_str());
-    if (args.Has("width") &&
-        (!toInt(args.Get("width"), 2, kMaxSide, format.width) || format.width % 2 != 0))
+    if (args.Has("width") && (!toInt(args.Get("width"), 2, kMaxSide, format.width) || format.width % 2 != 0))
         return failure("bad width '%s' (an even number of pixels)", args.Get("width").c_str());
     if (args.Has("height") && !toInt(args.Get("height"), 2, kMaxSide, format.height))
         return failure("bad height '%s'", args.Get("height").c_str());

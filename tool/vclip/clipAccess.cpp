@@ -35,10 +35,7 @@ __attribute__((format(printf, 1, 2))) bool report(const char* format, ...)
     return false;
 }
 
-bool reportErrno(const std::string& name, int error)
-{
-    return report("%s: %s", name.c_str(), std::strerror(error));
-}
+bool reportErrno(const std::string& name, int error) { return report("%s: %s", name.c_str(), std::strerror(error)); }
 
 // Why the last transfer failed: the system's reason, when there is one.
 std::string reason(int error) { return error != 0 ? std::string(": ") + std::strerror(error) : ""; }
@@ -179,7 +176,8 @@ bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination&
         // Another file had taken the name: it gets its name back.
         if (renameat2(AT_FDCWD, aside.c_str(), AT_FDCWD, target, RENAME_EXCHANGE) != 0)
             return report("%s changed while the output was written, and could not be put back: "
-                          "the file that had the name is now %s", d.name.c_str(), aside.c_str());
+                          "the file that had the name is now %s",
+                          d.name.c_str(), aside.c_str());
         return changed(d);
     }
     if (errno == ENOENT)
@@ -338,8 +336,7 @@ bool readFrame(vXfsFile& clip, const char* path, int frame, FrameBuffer& buffer)
 // ---------------------------------------------------------------------------
 // Destinations
 
-bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules,
-                        Destination& d)
+bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules, Destination& d)
 {
     d = Destination{};
     d.name = name;
@@ -421,8 +418,7 @@ ClipOutput::~ClipOutput()
         removeIfOurs(writtenAt, made);
 }
 
-bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32_t frames,
-                        const OutputRules& rules)
+bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32_t frames, const OutputRules& rules)
 {
     if (!examineDestination(name, OutputKind::Clip, rules, destination))
         return false;
@@ -454,15 +450,15 @@ bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32
     }
     const FileIdentity claimed = clip.Identity();
     const bool replacing = holds == Destination::Holds::OwnKind;
-    if (replacing ? !fsSameFile(claimed, destination.found)
-                  : fsSameFile(claimed, identityOfName(writtenAt))) {
+    if (replacing ? !fsSameFile(claimed, destination.found) : fsSameFile(claimed, identityOfName(writtenAt))) {
         clip.DropClaim();
         return report("%s changed while it was examined; it is left as it is", name.c_str());
     }
     if (clip.BlockSize() > kLargestBlock) {
         clip.DropClaim();
         return report("%s is laid out in blocks of %d bytes, more than a clip can sensibly have; "
-                      "it is left as it is", name.c_str(), static_cast<int>(clip.BlockSize()));
+                      "it is left as it is",
+                      name.c_str(), static_cast<int>(clip.BlockSize()));
     }
     if (!clip.Open("w"))
         return report("unable to write clip %s", name.c_str());

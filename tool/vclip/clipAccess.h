@@ -117,8 +117,7 @@ struct Destination {
 
 // Looks at what is at `name` and refuses what the rules do not let this
 // output replace.
-bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules,
-                        Destination& destination);
+bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules, Destination& destination);
 
 // A clip being written. Over nothing or a replaceable clip, the clip store
 // makes or replaces it in place; over an empty file, or a file of another
@@ -133,8 +132,7 @@ public:
     ClipOutput(const ClipOutput&) = delete;
     ClipOutput& operator=(const ClipOutput&) = delete;
 
-    bool Create(const std::string& name, const ClipFormat& format, int32_t frames,
-                const OutputRules& rules);
+    bool Create(const std::string& name, const ClipFormat& format, int32_t frames, const OutputRules& rules);
     vXfsFile& Clip() { return clip; }
     bool WriteFrame(int frame, FrameBuffer& buffer);
     bool Finish();

@@ -95,8 +95,7 @@ std::vector<uint8_t> encodePng(const RgbImage& image)
 
 std::vector<uint8_t> encodePpm(const RgbImage& image)
 {
-    const std::string head =
-        "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
+    const std::string head = "P6\n" + std::to_string(image.width) + " " + std::to_string(image.height) + "\n255\n";
     std::vector<uint8_t> ppm(head.begin(), head.end());
     ppm.insert(ppm.end(), image.rgb.begin(), image.rgb.end());
     return ppm;

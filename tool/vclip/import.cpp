@@ -35,8 +35,7 @@ int importUyvy(const Arguments& args)
     const int64_t frameBytes = rawFrameBytes(format.width, format.height);
     if (size % frameBytes != 0)
         return failure("%s holds %lld bytes, not whole %dx%d frames of %lld bytes", raw.c_str(),
-                       static_cast<long long>(size), format.width, format.height,
-                       static_cast<long long>(frameBytes));
+                       static_cast<long long>(size), format.width, format.height, static_cast<long long>(frameBytes));
     const int64_t frames = size / frameBytes;
     if (frames > INT32_MAX)
         return failure("%s holds too many frames for a clip", raw.c_str());
@@ -71,8 +70,8 @@ int checkY4m(const std::string& path, Y4mReader& reader, Y4mHeader& header, int6
     if (header.colour != "422")
         return failure("%s: colour space C%s (only C422 is taken)", path.c_str(), header.colour.c_str());
     if (header.width % 2 != 0 || header.width > kMaxSide || header.height > kMaxSide)
-        return failure("%s: unsupported picture size %dx%d (even widths up to %d, heights up to %d)",
-                       path.c_str(), header.width, header.height, kMaxSide, kMaxSide);
+        return failure("%s: unsupported picture size %dx%d (even widths up to %d, heights up to %d)", path.c_str(),
+                       header.width, header.height, kMaxSide, kMaxSide);
     if (!reader.CountFrames(rawFrameBytes(header.width, header.height), INT32_MAX, frames, error))
         return failure("%s: %s", path.c_str(), error.c_str());
     return 0;

@@ -14,8 +14,7 @@ Yuv studio(double r, double g, double b)
 {
     const double luma = 0.299 * r + 0.587 * g + 0.114 * b;
     auto byte = [](double v) { return static_cast<uint8_t>(std::lround(std::clamp(v, 0.0, 255.0))); };
-    return {byte(16 + 219 * luma), byte(128 + 224 * (b - luma) / 1.772),
-            byte(128 + 224 * (r - luma) / 1.402)};
+    return {byte(16 + 219 * luma), byte(128 + 224 * (b - luma) / 1.772), byte(128 + 224 * (r - luma) / 1.402)};
 }
 
 uint8_t clampByte(int v) { return static_cast<uint8_t>(std::clamp(v, 0, 255)); }

@@ -187,8 +187,7 @@ bool Y4mReader::ReadHeader(Y4mHeader& header, std::string& error)
         error = std::strerror(errno);
         return false;
     default:
-        error = line.compare(0, 9, "YUV4MPEG2") == 0 ? "the header line has no line end"
-                                                      : "not a YUV4MPEG2 stream";
+        error = line.compare(0, 9, "YUV4MPEG2") == 0 ? "the header line has no line end" : "not a YUV4MPEG2 stream";
         return false;
     }
     if (!parseY4mHeader(line, header, error))
@@ -206,13 +205,13 @@ bool Y4mReader::CountFrames(int64_t frameBytes, int64_t limit, int64_t& frames, 
         if (read == Line::End)
             break;
         if (read == Line::CutOff) {
-            error = frameLabel(frames) + "the stream ends inside its FRAME line ('" + shown(line) +
-                    "' with no line end)";
+            error =
+                frameLabel(frames) + "the stream ends inside its FRAME line ('" + shown(line) + "' with no line end)";
             return false;
         }
         if (read == Line::TooLong) {
-            error = frameLabel(frames) + "its FRAME line is longer than " +
-                    std::to_string(kY4mLineLimit) + " characters";
+            error =
+                frameLabel(frames) + "its FRAME line is longer than " + std::to_string(kY4mLineLimit) + " characters";
             return false;
         }
         if (read == Line::Failed) {
@@ -253,8 +252,8 @@ bool Y4mReader::ReadFrame(int64_t index, int64_t frameBytes, uint8_t* planes, st
 std::string formatY4mHeader(const Y4mHeader& header)
 {
     std::ostringstream text;
-    text << "YUV4MPEG2 W" << header.width << " H" << header.height << " F" << header.rateNum << ':'
-         << header.rateDen << " I" << header.interlacing << " A0:0 C" << header.colour << '\n';
+    text << "YUV4MPEG2 W" << header.width << " H" << header.height << " F" << header.rateNum << ':' << header.rateDen
+         << " I" << header.interlacing << " A0:0 C" << header.colour << '\n';
     return text.str();
 }
 
@@ -281,12 +280,6 @@ void rateToFraction(double rate, int& num, int& den)
     den = 1000;
 }
 
-char interlacingTag(int interlacing)
-{
-    return interlacing == 1 ? 't' : interlacing == 2 ? 'b' : 'p';
-}
+char interlacingTag(int interlacing) { return interlacing == 1 ? 't' : interlacing == 2 ? 'b' : 'p'; }
 
-int interlacingFromTag(char tag)
-{
-    return tag == 't' ? 1 : tag == 'b' ? 2 : 0;
-}
+int interlacingFromTag(char tag) { return tag == 't' ? 1 : tag == 'b' ? 2 : 0; }

@@ -12,7 +12,7 @@ struct Y4mHeader {
     int height = 0;
     int rateNum = 25;
     int rateDen = 1;
-    char interlacing = '?';      // p, t, b, m or ?
+    char interlacing = '?';          // p, t, b, m or ?
     std::string colour = "420jpeg";  // the format's default when C is absent
 };
 
