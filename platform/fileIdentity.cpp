@@ -1,9 +1,8 @@
 #include "platform/fileIdentity.h"
 
+#include "platform/fsControl.h"
+
 #include <fcntl.h>
-#include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 namespace {
 
@@ -134,38 +132,18 @@ namespace {
 // of the last extent. -1 when the file system has no extent map.
 int64_t firstGapInExtents(int fd, int64_t from, int64_t size)
 {
-    constexpr unsigned kBatch = 64;
-    std::vector<unsigned char> request(sizeof(fiemap) + kBatch * sizeof(fiemap_extent));
-    auto* map = reinterpret_cast<fiemap*>(request.data());
-    int64_t cursor = from;
-    // Written pages still in the cache may sit on extents the file system
-    // has not marked written yet: they are flushed first.
-    unsigned flags = FIEMAP_FLAG_SYNC;
-    while (cursor < size) {
-        std::fill(request.begin(), request.end(), 0);
-        map->fm_start = static_cast<uint64_t>(cursor);
-        map->fm_length = static_cast<uint64_t>(size - cursor);
-        map->fm_flags = flags;
-        map->fm_extent_count = kBatch;
-        if (ioctl(fd, FS_IOC_FIEMAP, map) < 0)
-            return -1;
-        flags = 0;
-        if (map->fm_mapped_extents == 0)
-            return cursor;  // nothing mapped from here on
-        for (unsigned k = 0; k < map->fm_mapped_extents; ++k) {
-            const fiemap_extent& e = map->fm_extents[k];
-            const int64_t start = static_cast<int64_t>(e.fe_logical);
-            const int64_t end = start + static_cast<int64_t>(e.fe_length);
-            if (start > cursor)
-                return cursor;
-            if ((e.fe_flags & FIEMAP_EXTENT_UNWRITTEN) != 0)
-                return std::max(cursor, start);
-            cursor = std::max(cursor, end);
-            if ((e.fe_flags & FIEMAP_EXTENT_LAST) != 0 || cursor >= size)
-                return std::min(cursor, size);
+    int64_t cursor = from, gap = -1;
+    const int walked = fsWalkExtents(fd, from, size, [&](const FileExtent& e) {
+        if (e.offset > cursor || e.unwritten) {
+            gap = cursor;  // the hole before it begins here, or the reserved extent holds this byte
+            return false;
         }
-    }
-    return std::min(cursor, size);
+        cursor = std::max(cursor, e.offset + e.length);
+        return cursor < size;
+    });
+    if (walked < 0)
+        return -1;
+    return gap >= 0 ? gap : std::min(cursor, size);
 }
 
 }  // namespace

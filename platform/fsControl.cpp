@@ -11,6 +11,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -79,6 +80,38 @@ void putRecord(getbmap& r, int64_t startByte, int64_t endByte, int64_t block)
 
 }  // namespace
 
+int fsWalkExtents(int fd, int64_t start, int64_t end, const std::function<bool(const FileExtent&)>& visit)
+{
+    constexpr unsigned kBatch = 256;
+    std::vector<unsigned char> request(sizeof(fiemap) + kBatch * sizeof(fiemap_extent));
+    auto* fm = reinterpret_cast<fiemap*>(request.data());
+    int64_t cursor = start;
+    // Written pages still in the cache may sit on extents the file system
+    // has not allocated or marked written yet: they are flushed first.
+    unsigned flags = FIEMAP_FLAG_SYNC;
+    while (cursor < end) {
+        std::memset(request.data(), 0, request.size());
+        fm->fm_start = static_cast<uint64_t>(cursor);
+        fm->fm_length = static_cast<uint64_t>(end - cursor);
+        fm->fm_flags = flags;
+        fm->fm_extent_count = kBatch;
+        if (ioctl(fd, FS_IOC_FIEMAP, fm) < 0)
+            return -1;
+        flags = 0;
+        if (fm->fm_mapped_extents == 0)
+            return 0;
+        for (unsigned k = 0; k < fm->fm_mapped_extents; ++k) {
+            const fiemap_extent& e = fm->fm_extents[k];
+            const FileExtent extent{static_cast<int64_t>(e.fe_logical), static_cast<int64_t>(e.fe_physical),
+                                    static_cast<int64_t>(e.fe_length), (e.fe_flags & FIEMAP_EXTENT_UNWRITTEN) != 0};
+            if (!visit(extent) || (e.fe_flags & FIEMAP_EXTENT_LAST) != 0)
+                return 0;
+            cursor = std::max(cursor, extent.offset + extent.length);
+        }
+    }
+    return 0;
+}
+
 int fsGetBmap(int fd, getbmap* map)
 {
     if (map == nullptr || map[0].bmv_count < 2 || map[0].bmv_offset < 0) {
@@ -89,51 +122,26 @@ int fsGetBmap(int fd, getbmap* map)
     if (fstat(fd, &st) < 0)
         return -1;
     const int64_t start = map[0].bmv_offset * kUnit;
-    int64_t end = map[0].bmv_length < 0 ? static_cast<int64_t>(st.st_size) : start + map[0].bmv_length * kUnit;
+    const int64_t end = map[0].bmv_length < 0 ? static_cast<int64_t>(st.st_size) : start + map[0].bmv_length * kUnit;
     const int capacity = map[0].bmv_count - 1;
     int filled = 0;
-
-    constexpr unsigned kBatch = 256;
-    std::vector<unsigned char> request(sizeof(fiemap) + kBatch * sizeof(fiemap_extent));
-    auto* fm = reinterpret_cast<fiemap*>(request.data());
-
     int64_t cursor = start;
-    bool done = cursor >= end;
-    unsigned flags = FIEMAP_FLAG_SYNC;  // flush delayed allocations first
-    while (!done && filled < capacity) {
-        std::memset(request.data(), 0, request.size());
-        fm->fm_start = static_cast<uint64_t>(cursor);
-        fm->fm_length = static_cast<uint64_t>(end - cursor);
-        fm->fm_flags = flags;
-        fm->fm_extent_count = kBatch;
-        if (ioctl(fd, FS_IOC_FIEMAP, fm) < 0)
-            return -1;
-        flags = 0;
-        if (fm->fm_mapped_extents == 0)
-            break;
-        for (unsigned k = 0; k < fm->fm_mapped_extents && filled < capacity; ++k) {
-            const fiemap_extent& e = fm->fm_extents[k];
-            const int64_t eStart = static_cast<int64_t>(e.fe_logical);
-            int64_t eEnd = eStart + static_cast<int64_t>(e.fe_length);
-            if (eEnd > end)
-                eEnd = end;
-            if (eStart > cursor) {
-                putRecord(map[1 + filled++], cursor, eStart, -1);
-                cursor = eStart;
-                if (filled == capacity)
-                    break;
-            }
-            if (eEnd > cursor) {
-                const int64_t phys = static_cast<int64_t>(e.fe_physical) + (cursor - eStart);
-                putRecord(map[1 + filled++], cursor, eEnd, phys / kUnit);
-                cursor = eEnd;
-            }
-            if ((e.fe_flags & FIEMAP_EXTENT_LAST) != 0 || cursor >= end) {
-                done = true;
-                break;
-            }
+    const int walked = fsWalkExtents(fd, start, end, [&](const FileExtent& e) {
+        const int64_t eEnd = std::min(e.offset + e.length, end);
+        if (e.offset > cursor) {
+            putRecord(map[1 + filled++], cursor, e.offset, -1);  // a hole before the extent
+            cursor = e.offset;
+            if (filled == capacity)
+                return false;
         }
-    }
+        if (eEnd > cursor) {
+            putRecord(map[1 + filled++], cursor, eEnd, (e.physical + (cursor - e.offset)) / kUnit);
+            cursor = eEnd;
+        }
+        return filled < capacity && cursor < end;
+    });
+    if (walked < 0)
+        return -1;
     if (cursor < end && filled < capacity)
         putRecord(map[1 + filled++], cursor, end, -1);  // trailing hole
     map[0].bmv_entries = filled;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 // Direct-I/O limits of a file system: buffer address alignment, minimum
@@ -53,6 +54,21 @@ int fsOpenProbe(const char* path);
 // Reserves disk space for bytes [0, length) without changing the file size:
 // the file never looks longer than what has been written to it.
 int fsReserveSpace(int fd, int64_t length);
+
+// One extent of a file: its place in the file and on the device, in bytes,
+// and whether it is only reserved (allocated, never written).
+struct FileExtent {
+    int64_t offset;
+    int64_t physical;
+    int64_t length;
+    bool unwritten;
+};
+
+// Calls visit for each extent of fd that meets [start, end), in order,
+// until visit returns false or the extents end. The file's written pages
+// are flushed first, so that the map shows them. -1 (errno set) where the
+// file system has no extent map.
+int fsWalkExtents(int fd, int64_t start, int64_t end, const std::function<bool(const FileExtent&)>& visit);
 
 // Fills map[1..] from the file's extents for the range in map[0]
 // (bmv_offset, bmv_length with -1 for "to the end", bmv_count), and sets

@@ -20,6 +20,7 @@ public:
 
     int Get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
+    bool IsOpen() const { return fd_ >= 0; }
     // Gives the descriptor up, unclosed.
     int Release()
     {

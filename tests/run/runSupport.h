@@ -22,21 +22,25 @@ inline RunResult Run(const char* program, std::vector<std::string> args)
 inline RunResult Tool(std::vector<std::string> args) { return Run(PAL2NTSC_BIN, std::move(args)); }
 inline RunResult Vclip(std::vector<std::string> args) { return Run(VCLIP_BIN, std::move(args)); }
 
-// The converter run in this process, with what it prints captured: the same
-// entry as the executable's, so the same lines in the same order.
-inline RunResult ToolInProcess(std::vector<std::string> args)
+// A program's entry run in this process, with what it prints captured: the
+// same entry as the executable's, so the same lines in the same order.
+inline RunResult InProcess(const char* program, int (*entry)(int, char**), std::vector<std::string> args)
 {
-    args.insert(args.begin(), "pal2ntsc");
+    args.insert(args.begin(), program);
     std::vector<char*> argv;
     for (std::string& a : args)
         argv.push_back(a.data());
     argv.push_back(nullptr);
     RunResult result;
     optind = 0;  // getopt starts afresh
-    result.err = StderrOf([&] {
-        result.out = StdoutOf([&] { result.status = pal2ntscMain(static_cast<int>(args.size()), argv.data()); });
-    });
+    result.err = StderrOf(
+        [&] { result.out = StdoutOf([&] { result.status = entry(static_cast<int>(args.size()), argv.data()); }); });
     return result;
+}
+
+inline RunResult ToolInProcess(std::vector<std::string> args)
+{
+    return InProcess("pal2ntsc", pal2ntscMain, std::move(args));
 }
 
 inline ClipHeader Header(int32_t frames, int32_t width, int32_t height, int32_t packing = 1008, double rate = 25.0,

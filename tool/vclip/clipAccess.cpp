@@ -196,27 +196,6 @@ bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination&
 // ---------------------------------------------------------------------------
 // Descriptors and buffers
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept
-{
-    if (this != &other)
-        Reset(other.Release());
-    return *this;
-}
-
-int UniqueFd::Release()
-{
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
-
-void UniqueFd::Reset(int fd)
-{
-    if (fd_ >= 0)
-        close(fd_);
-    fd_ = fd;
-}
-
 FrameBuffer::FrameBuffer(int size) : length(size > 0 ? size : 0)
 {
     void* memory = nullptr;

@@ -25,26 +25,7 @@
 
 #include "clipfile/vXfsFile.h"
 #include "platform/fileIdentity.h"
-
-// A descriptor we own; closed with its holder.
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() { Reset(); }
-    UniqueFd(UniqueFd&& other) noexcept : fd_(other.Release()) {}
-    UniqueFd& operator=(UniqueFd&& other) noexcept;
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    int Get() const { return fd_; }
-    bool IsOpen() const { return fd_ >= 0; }
-    int Release();
-    void Reset(int fd = -1);
-
-private:
-    int fd_ = -1;
-};
+#include "platform/uniqueFd.h"
 
 // A buffer for one frame slot, aligned for direct transfers, cleared.
 class FrameBuffer {
