@@ -160,6 +160,10 @@ TEST(ClipTransfer, RangeChecksAndReadsAtTheEnd)
     }
     EXPECT_EQ(size, 0);
     EXPECT_EQ(ReadBytes(path), written);
+    // Frame numFrames, one past the last, passes the range check on purpose:
+    // the store's check refuses only frames beyond it. Nothing is there to read.
+    EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(clip.GetImage(5, in.Data(), kSlot), 1); }), "");
+    EXPECT_EQ(clip.LastTransferBytes(), 0);
 
     Reopen(clip);
     std::memset(in.Data(), 0xEE, in.size);
