@@ -125,8 +125,9 @@ TEST(ClipHeader, RefusalsAndTheOtherBlockSizeWarning)
         EXPECT_EQ(ReadHeader(clip, path, result), c.out);
         EXPECT_EQ(result, c.offset != 0);
         EXPECT_EQ(result == 1 ? clip.DataOffset() : 0, c.offset);
-        if (result == 1)
+        if (result == 1) {
             EXPECT_EQ(clip.PictureBytes(), 699840);  // the picture, not the slot of whole blocks
+        }
         // Whether the file starts as a clip, asked without a word printed.
         const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
         EXPECT_EQ(StdoutOf([&] { EXPECT_EQ(vXfsFile::StartsAsClip(fd), c.out != notClip); }), "");
