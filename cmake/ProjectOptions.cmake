@@ -29,14 +29,30 @@ function(pal2ntsc_library name)
   target_link_libraries(${name} PUBLIC project_options ${ARG_DEPS} PRIVATE project_warnings)
 endfunction()
 
-# pal2ntsc_x86_kernels(<list> SSE2 <file> AVX2 <file>): on x86, appends the
-# vector kernel files to <list>, each compiled for its own instruction set
-# and nothing else; the CPU is asked at run time which one to use.
-function(pal2ntsc_x86_kernels list)
-  cmake_parse_arguments(ARG "" "SSE2;AVX2" "" ${ARGN})
-  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i.86)$")
+# The vector kernels a build gets follow the machine the compiler builds for,
+# asked of the compiler itself, so that the kernel files and the code that
+# chooses among them at run time agree.
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles("#if !defined(__x86_64__) && !defined(__i386__)\n#error\n#endif\nint main() { return 0; }"
+  PAL2NTSC_TARGET_X86)
+check_cxx_source_compiles("#if !defined(__aarch64__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__\n#error\n#endif\nint main() { return 0; }"
+  PAL2NTSC_TARGET_NEON)
+
+# pal2ntsc_vector_kernels(<target> SSE2 <files> AVX2 <files> NEON <files>):
+# adds the vector kernel files of the machine built for to <target>, each
+# compiled for its own instruction set and nothing else, and tells the
+# target's code which ones it has (PAL2NTSC_X86_KERNELS, PAL2NTSC_NEON_KERNELS);
+# the CPU is asked at run time which one to use. NEON is part of every
+# AArch64 processor and needs no flag.
+function(pal2ntsc_vector_kernels target)
+  cmake_parse_arguments(ARG "" "" "SSE2;AVX2;NEON" ${ARGN})
+  if(PAL2NTSC_TARGET_X86)
     set_source_files_properties(${ARG_SSE2} PROPERTIES COMPILE_OPTIONS "-msse2")
     set_source_files_properties(${ARG_AVX2} PROPERTIES COMPILE_OPTIONS "-mavx2")
-    set(${list} ${${list}} ${ARG_SSE2} ${ARG_AVX2} PARENT_SCOPE)
+    target_sources(${target} PRIVATE ${ARG_SSE2} ${ARG_AVX2})
+    target_compile_definitions(${target} PRIVATE PAL2NTSC_X86_KERNELS)
+  elseif(PAL2NTSC_TARGET_NEON)
+    target_sources(${target} PRIVATE ${ARG_NEON})
+    target_compile_definitions(${target} PRIVATE PAL2NTSC_NEON_KERNELS)
   endif()
 endfunction()

@@ -3,12 +3,122 @@
 #include <cmath>
 #include <cstddef>
 
-#include "convert/MixLine.h"
+#include "convert/pixelKernels.h"
 
 namespace {
 
 // How far ahead of the lines in use the input is requested from memory.
 constexpr int prefetchLines = 8;
+
+// Where an output line comes from: input line a with weight 256 - w, and
+// the next line of its field (or frame) with weight w (0 to 256).
+struct LineSource {
+    int a;
+    int w;
+};
+
+// The line map of one frame: output line y sits at position
+// (y or y / 2) * hin / hout in the input, in single precision, one rounding
+// per operation. In field mode even output lines come from the odd input
+// field and odd ones from the even field.
+class LineMap {
+public:
+    LineMap(int hin, int hout, bool fieldMode)
+        : field_(fieldMode),
+          step_(fieldMode ? 2 : 1),
+          // Last line of a field (or of the frame), counted within it.
+          last_(fieldMode ? (hin >> 1) - 1 : hin - 1),
+          r_(static_cast<float>(hin) / static_cast<float>(hout))
+    {
+    }
+
+    // Lines apart of the two lines of a blend.
+    int step() const { return step_; }
+
+    // A frame too short to hold one line per field (one line in frame
+    // mode) has no map: a negative last line would send it before the frame.
+    bool empty() const { return last_ < 0; }
+
+    LineSource operator()(int y) const
+    {
+        const int m = field_ ? y >> 1 : y;
+        const float offset = field_ ? ((y & 1) ? 0.5f : -0.5f) : 0.0f;
+        const int parity = field_ && !(y & 1) ? 1 : 0;
+        // Each operation rounded to single precision on its own.
+        const float scaled = static_cast<float>(m) * r_;
+        const float pos = scaled + offset;
+
+        int j = last_;
+        int w = 0;
+        if (pos < 2147483648.0f) {  // else past any line index: the last-line rule
+            j = static_cast<int>(pos);
+            const float fraction = pos - static_cast<float>(j);
+            const float weight = fraction * 256.0f;
+            w = static_cast<int>(weight);
+        }
+        if (j < 0 || j >= last_) {
+            j = j < 0 ? 0 : last_;
+            w = 0;
+        }
+        w = w < 0 ? 0 : (w > 256 ? 256 : w);
+        return {step_ * j + parity, w};
+    }
+
+private:
+    bool field_;
+    int step_;
+    int last_;
+    float r_;
+};
+
+// The input is read nearly in order, two fields interleaved; fetching a few
+// lines ahead of the furthest line used keeps the loads from memory running
+// ahead of the kernels. Every input line is requested once.
+class InputPrefetch {
+public:
+    InputPrefetch(const uint32_t* source, std::size_t stride, int lines)
+        : source_(source), stride_(stride), lines_(lines)
+    {
+    }
+
+    // Requests the lines up to `line` past line a, the first line of a blend.
+    void request(int a, int line)
+    {
+        if (requested_ < 0)
+            requested_ = a > 2 ? a - 2 : 0;  // the other field starts near here
+        if (line > lines_)
+            line = lines_;
+        const std::size_t lineBytes = stride_ * sizeof(uint32_t);
+        for (; requested_ < line; ++requested_) {
+            const char* start = reinterpret_cast<const char*>(source_ + static_cast<std::size_t>(requested_) * stride_);
+            for (std::size_t offset = 0; offset < lineBytes; offset += 64)
+                __builtin_prefetch(start + offset);
+        }
+    }
+
+private:
+    const uint32_t* source_;
+    std::size_t stride_;
+    int lines_;
+    int requested_ = -1;
+};
+
+// One output line from its source: weights up to 128 blend the next line
+// into line a, larger ones line a into the next line.
+void blendLine(const MixLineKernels& kernels, uint32_t* lineA, std::size_t apart, LineSource from, uint32_t* out, int words)
+{
+    if (from.w == 0) {
+        // The copy kernel does not read its first line; the next line may lie
+        // past the frame here, so its address is not even formed.
+        kernels[0](lineA, lineA, out, words);
+        return;
+    }
+    uint32_t* lineB = lineA + apart;
+    if (from.w <= 128)
+        kernels[static_cast<std::size_t>(from.w)](lineB, lineA, out, words);
+    else
+        kernels[static_cast<std::size_t>(256 - from.w)](lineA, lineB, out, words);
+}
 
 } // namespace
 
@@ -50,106 +160,29 @@ void Convert::DoConversion(int, int)
 void Convert::ConvertLines(int from, int to)
 {
     const int L = width >> 1;
-    const int hin = inputLines;
-    const int hout = outputLines;
     if (from < 0)
         from = 0;
-    if (to > hout)
-        to = hout;
+    if (to > outputLines)
+        to = outputLines;
     if (from >= to)
         return;
 
     // Truncating the flag towards zero gives nonzero exactly when its
     // magnitude is at least one. Comparing instead of converting keeps huge
     // values defined; a NaN counts as zero (frame mode).
-    const bool fieldMode = std::fabs(*fieldFlag) >= 1.0f;
-
-    // Last line of a field (or of the frame), counted within it. A frame too
-    // short to hold one line per field (one line in frame mode) would make it
-    // negative and send the map before the frame: such a frame is left
-    // unconverted and nothing of the input is read.
-    const int last = fieldMode ? (hin >> 1) - 1 : hin - 1;
-    if (last < 0)
+    const LineMap map(inputLines, outputLines, std::fabs(*fieldFlag) >= 1.0f);
+    // A frame without a map is left unconverted and nothing of it is read.
+    if (map.empty())
         return;
 
-    const float r = static_cast<float>(hin) / static_cast<float>(hout);
-    const int step = fieldMode ? 2 : 1;
     const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
-
-    // The input is read nearly in order, two fields interleaved; fetching a
-    // few lines ahead of the furthest line used keeps the loads from memory
-    // running ahead of the kernels. Every input line is requested once.
-    const std::size_t lineBytes = stride * sizeof(uint32_t);
-    int requested = -1;
-    auto requestUpTo = [&](int line) {
-        if (line > hin)
-            line = hin;
-        for (; requested < line; ++requested) {
-            const char* start = reinterpret_cast<const char*>(source + static_cast<std::size_t>(requested) * stride);
-            for (std::size_t offset = 0; offset < lineBytes; offset += 64)
-                __builtin_prefetch(start + offset);
-        }
-    };
-
+    InputPrefetch prefetch(source, stride, inputLines);
     // The kernels of the path in use, looked up once for all the lines.
-    MixLineKernel* const* kernels = activeMixLineKernels();
+    const MixLineKernels& kernels = pixelKernels().mixLine;
     for (int y = from; y < to; ++y) {
-        int m = y;
-        float offset = 0.0f;
-        int parity = 0;
-        if (fieldMode) {
-            m = y >> 1;
-            // Even output lines come from the odd input field, odd ones from
-            // the even field.
-            offset = (y & 1) ? 0.5f : -0.5f;
-            parity = (y & 1) ? 0 : 1;
-        }
-
-        // Each operation rounded to single precision on its own.
-        const float scaled = static_cast<float>(m) * r;
-        const float pos = scaled + offset;
-
-        int j;
-        int w;
-        if (pos >= 2147483648.0f) {
-            // Past any line index: the last-line rule below applies.
-            j = last;
-            w = 0;
-        } else {
-            j = static_cast<int>(pos);
-            const float fraction = pos - static_cast<float>(j);
-            const float weight = fraction * 256.0f;
-            w = static_cast<int>(weight);
-        }
-        if (j < 0) {
-            j = 0;
-            w = 0;
-        }
-        if (j >= last) {
-            j = last;
-            w = 0;
-        }
-        if (w < 0)
-            w = 0;
-        if (w > 256)
-            w = 256;
-
-        const int a = step * j + parity;
-        if (requested < 0)
-            requested = a > 2 ? a - 2 : 0;  // the other field starts near here
-        requestUpTo(a + step + prefetchLines);
-        uint32_t* lineA = source + static_cast<std::size_t>(a) * stride;
-        uint32_t* out = destination + static_cast<std::size_t>(y) * stride;
-        if (w == 0) {
-            // The copy kernel does not read its first line; line B may lie
-            // past the frame here, so its address is not even formed.
-            kernels[0](lineA, lineA, out, L);
-            continue;
-        }
-        uint32_t* lineB = lineA + static_cast<std::size_t>(step) * stride;
-        if (w <= 128)
-            kernels[w](lineB, lineA, out, L);
-        else
-            kernels[256 - w](lineA, lineB, out, L);
+        const LineSource line = map(y);
+        prefetch.request(line.a, line.a + map.step() + prefetchLines);
+        blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride, static_cast<std::size_t>(map.step()) * stride,
+                  line, destination + static_cast<std::size_t>(y) * stride, L);
     }
 }

@@ -10,18 +10,15 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 using MixLineKernel = void(uint32_t* first, uint32_t* second, uint32_t* out, int words);
 
 constexpr int mixLineWeights = 129;
 
-// Kernels of the path selected now (see util/cpuFeatures.h), by weight.
-MixLineKernel* const* activeMixLineKernels();
-
-// The plain kernels: two lanes at a time on whole words, through the masks
-// 0xFF00FF00 and 0x00FF00FF. Kept as the reference for the vector versions.
-MixLineKernel* const* referenceMixLineKernels();
+// The kernel of weight K of the path in use (convert/pixelKernels.h).
+MixLineKernel* activeMixLine(int k);
 
 // The kernel of weight K, as a named entry point: it runs the version of the
 // active path, each version having K built in as a constant.
@@ -29,7 +26,7 @@ template <int K>
 void MixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
 {
     static_assert(K >= 0 && K < mixLineWeights, "blend weights run from 0 to 128");
-    activeMixLineKernels()[K](first, second, out, words);
+    activeMixLine(K)(first, second, out, words);
 }
 
 inline constexpr MixLineKernel& MixLine_000 = MixLine<0>;
@@ -168,5 +165,5 @@ extern const std::array<MixLineKernel*, mixLineWeights> MixLineTable;
 // No range check: the only caller keeps k within 0 to 128.
 inline MixLineKernel* getMixLine(int k)
 {
-    return MixLineTable[k];
+    return MixLineTable[static_cast<std::size_t>(k)];
 }

@@ -1,13 +1,21 @@
-// The blend of one word, shared by the plain kernels and the tails of the
-// vector kernels. Internal to the line converter.
+// The blend of one word, the plain kernels built on it, the loop that runs
+// a vector blend along a line, and the one generator of kernel tables.
+// Internal to the line blend.
+//
+// Everything here has internal linkage: the instruction-set files compile
+// it with their own flags, and a copy built for one instruction set must
+// never stand in for another's.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
-#include "convert/MixLine.h"
+#include "convert/pixelKernels.h"
 #include "util/wordAccess.h"
+
+namespace {
 
 // Two lanes at a time: each pair holds its lanes 16 bits apart, so the
 // product of a lane difference (-255..255) and K (at most 128) stays inside
@@ -40,6 +48,37 @@ inline void mixLineWords(const uint32_t* first, const uint32_t* second, uint32_t
     }
 }
 
-// Vector versions, present on x86 builds only.
-MixLineKernel* const* sse2MixLineKernels();
-MixLineKernel* const* avx2MixLineKernels();
+// A line kernel from vector steps (see vectorSteps); a step blends
+// Step::units words of each line. Weight 0 is the plain copy on every path.
+template <class Wide, class Narrow, int K>
+void vectorMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
+{
+    int i = 0;
+    if constexpr (K != 0)
+        i = vectorSteps<Wide, Narrow>(words, [&](auto step, int at) {
+            decltype(step)::template blend<K>(first + at, second + at, out + at);
+        });
+    mixLineWords<K>(first, second, out, i, words);
+}
+
+// The kernels of one path for every weight: Kernels::of<K> at index K.
+template <class Kernels, std::size_t... K>
+constexpr MixLineKernels mixLineTable(std::index_sequence<K...>)
+{
+    return {{Kernels::template of<static_cast<int>(K)>...}};
+}
+
+template <class Kernels>
+constexpr MixLineKernels mixLineTable()
+{
+    return mixLineTable<Kernels>(std::make_index_sequence<mixLineWeights>());
+}
+
+// The kernels of a path with vector steps Wide and Narrow.
+template <class Wide, class Narrow = Wide>
+struct VectorMixLines {
+    template <int K>
+    static constexpr MixLineKernel* of = &vectorMixLine<Wide, Narrow, K>;
+};
+
+} // namespace

@@ -22,29 +22,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "image/pixelOps.h"
 #include "util/wordAccess.h"
 
 namespace {
 
 unsigned char* bytesOf(uint32_t* p) { return reinterpret_cast<unsigned char*>(p); }
 
-// The word whose bytes in memory are b0 b1 b2 b3.
-inline uint32_t wordOf(unsigned b0, unsigned b1, unsigned b2, unsigned b3)
-{
-    const unsigned char b[4] = {static_cast<unsigned char>(b0), static_cast<unsigned char>(b1),
-                                static_cast<unsigned char>(b2), static_cast<unsigned char>(b3)};
-    uint32_t w;
-    std::memcpy(&w, b, 4);
-    return w;
-}
-
 // First byte in memory of a word: the X (alpha) byte of an RGBX pixel.
-inline unsigned firstByte(uint32_t w)
-{
-    unsigned char b[4];
-    std::memcpy(b, &w, 4);
-    return b[0];
-}
+inline unsigned alphaOf(uint32_t w) { return laneByte(w, 0); }
 
 // Grey key of an alpha value: bytes 0, A, A, A.
 inline uint32_t greyKey(unsigned a) { return wordOf(0, a, a, a); }
@@ -94,6 +80,40 @@ bool usablePixelSize(int size, const char* operation)
     return false;
 }
 
+// Stores the job of a frame <-> field pair conversion; the frame goes in
+// `frameField`. Into the pair only the frame is required (a null field skips
+// its lines); out of the pair all three buffers are. False when one is
+// missing.
+bool storePair(FromToRGB& job, uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h,
+               uint32_t* FromToRGB::*frameField, bool outOfPair, const char* operation)
+{
+    if ((outOfPair && (!present(odd, operation) || !present(even, operation))) || !present(frame, operation))
+        return false;
+    job.oddField = odd;
+    job.evenField = even;
+    job.*frameField = frame;
+    job.width = w;
+    job.height = h;
+    return true;
+}
+
+// Stores the RGB source of a conversion to YUV and the size of the YUV
+// picture. With needsTarget, `target` is a YUV buffer that the operation
+// requires. False when a required buffer is missing or the pixel size is
+// refused.
+bool storeRGBSource(FromToRGB& job, uint32_t* src, int w, int h, int pixelSize, const char* operation,
+                    bool needsTarget = false, const uint32_t* target = nullptr)
+{
+    if (!present(src, operation) || (needsTarget && !present(target, operation)) ||
+        !usablePixelSize(pixelSize, operation))
+        return false;
+    job.rgbSource = src;
+    job.sourcePixelSize = pixelSize;
+    job.width = w;
+    job.height = h;
+    return true;
+}
+
 // Line of its field that frame line y takes in an SIR32 pair: the fields are
 // stored bottom-up. An odd-height frame has one even line more than
 // height / 2; that last line would land before the start of its field, so it
@@ -120,7 +140,7 @@ void enlargeIntoField(uint32_t* field, int w, int h, int pixels, int repeat, int
                 storeWord(out + repeat * i + r, word);
         }
         for (int l = 1; l < lines; ++l)
-            std::memcpy(out + l * stride, out, static_cast<size_t>(pixels) * repeat * 4);
+            std::memcpy(out + l * stride, out, static_cast<size_t>(pixels) * static_cast<size_t>(repeat) * 4);
     }
 }
 
@@ -149,25 +169,34 @@ void enlargeToYUV(uint32_t* src, int w, int h, int pixelSize, uint32_t* out, int
 
 } // namespace
 
+// The static workers: each runs the member worker of its name on the job.
+void FromToRGB::RGBtoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBtoSIR32part(part, parts); }
+void FromToRGB::SIR32toRGBpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIR32toRGBpart(part, parts); }
+void FromToRGB::RGBXtoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoSIR32part(part, parts); }
+void FromToRGB::SIR32toRGBXpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIR32toRGBXpart(part, parts); }
+void FromToRGB::RGBXtoSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoSIR32AlphaPart(part, parts); }
+void FromToRGB::YUVtoSIRYUVpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->YUVtoSIRYUVpart(part, parts); }
+void FromToRGB::SIRYUVtoYUVpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIRYUVtoYUVpart(part, parts); }
+void FromToRGB::RGBXHalftoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalftoSIR32part(part, parts); }
+void FromToRGB::RGBHalftoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBHalftoSIR32part(part, parts); }
+void FromToRGB::RGBXHalftoSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalftoSIR32AlphaPart(part, parts); }
+void FromToRGB::RGBXQuartToSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToSIR32part(part, parts); }
+void FromToRGB::RGBQuartToSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBQuartToSIR32part(part, parts); }
+void FromToRGB::RGBXQuartToSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToSIR32AlphaPart(part, parts); }
+void FromToRGB::RGBXtoYUVFieldsPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoYUVFieldsPart(part, parts); }
+void FromToRGB::RGBXHalfToYUVFramePart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalfToYUVFramePart(part, parts); }
+void FromToRGB::RGBXQuartToYUVFramePart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToYUVFramePart(part, parts); }
+void FromToRGB::RGBXQuartToYUVFieldPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToYUVFieldPart(part, parts); }
+void FromToRGB::YUVtoYUVPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->YUVtoYUVPart(part, parts); }
+
 // ---------------------------------------------------------------------------
 // Frame <-> SIR32 field pair
 // ---------------------------------------------------------------------------
 
 void FromToRGB::RGBtoSIR32(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(frame, "RGBtoSIR32"))
-        return;
-    oddField = odd;
-    evenField = even;
-    rgbImage = frame;
-    width = w;
-    height = h;
-    RGBtoSIR32part(this, 0, 1);
-}
-
-void FromToRGB::RGBtoSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBtoSIR32part(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::rgbImage, false, "RGBtoSIR32"))
+        RGBtoSIR32part(this, 0, 1);
 }
 
 void FromToRGB::RGBtoSIR32part(int, int)
@@ -187,19 +216,8 @@ void FromToRGB::RGBtoSIR32part(int, int)
 
 void FromToRGB::SIR32toRGB(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(odd, "SIR32toRGB") || !present(even, "SIR32toRGB") || !present(frame, "SIR32toRGB"))
-        return;
-    oddField = odd;
-    evenField = even;
-    rgbImage = frame;
-    width = w;
-    height = h;
-    SIR32toRGBpart(this, 0, 1);
-}
-
-void FromToRGB::SIR32toRGBpart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->SIR32toRGBpart(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::rgbImage, true, "SIR32toRGB"))
+        SIR32toRGBpart(this, 0, 1);
 }
 
 void FromToRGB::SIR32toRGBpart(int, int)
@@ -218,19 +236,8 @@ void FromToRGB::SIR32toRGBpart(int, int)
 
 void FromToRGB::RGBXtoSIR32(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(frame, "RGBXtoSIR32"))
-        return;
-    oddField = odd;
-    evenField = even;
-    rgbImage = frame;
-    width = w;
-    height = h;
-    RGBXtoSIR32part(this, 0, 1);
-}
-
-void FromToRGB::RGBXtoSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXtoSIR32part(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::rgbImage, false, "RGBXtoSIR32"))
+        RGBXtoSIR32part(this, 0, 1);
 }
 
 void FromToRGB::RGBXtoSIR32part(int, int)
@@ -250,19 +257,8 @@ void FromToRGB::RGBXtoSIR32part(int, int)
 
 void FromToRGB::SIR32toRGBX(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(odd, "SIR32toRGBX") || !present(even, "SIR32toRGBX") || !present(frame, "SIR32toRGBX"))
-        return;
-    oddField = odd;
-    evenField = even;
-    rgbImage = frame;
-    width = w;
-    height = h;
-    SIR32toRGBXpart(this, 0, 1);
-}
-
-void FromToRGB::SIR32toRGBXpart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->SIR32toRGBXpart(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::rgbImage, true, "SIR32toRGBX"))
+        SIR32toRGBXpart(this, 0, 1);
 }
 
 void FromToRGB::SIR32toRGBXpart(int, int)
@@ -281,19 +277,8 @@ void FromToRGB::SIR32toRGBXpart(int, int)
 
 void FromToRGB::RGBXtoSIR32Alpha(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(frame, "RGBXtoSIR32Alpha"))
-        return;
-    oddField = odd;
-    evenField = even;
-    rgbImage = frame;
-    width = w;
-    height = h;
-    RGBXtoSIR32AlphaPart(this, 0, 1);
-}
-
-void FromToRGB::RGBXtoSIR32AlphaPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXtoSIR32AlphaPart(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::rgbImage, false, "RGBXtoSIR32Alpha"))
+        RGBXtoSIR32AlphaPart(this, 0, 1);
 }
 
 void FromToRGB::RGBXtoSIR32AlphaPart(int, int)
@@ -307,7 +292,7 @@ void FromToRGB::RGBXtoSIR32AlphaPart(int, int)
         const uint32_t* in = rgbImage + static_cast<ptrdiff_t>(y) * width;
         uint32_t* out = field + line * width;
         for (int i = 0; i < pixels; ++i)
-            storeWord(out + i, greyKey(firstByte(loadWord(in + i))));
+            storeWord(out + i, greyKey(alphaOf(loadWord(in + i))));
     }
 }
 
@@ -317,19 +302,8 @@ void FromToRGB::RGBXtoSIR32AlphaPart(int, int)
 
 void FromToRGB::YUVtoSIRYUV(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(frame, "YUVtoSIRYUV"))
-        return;
-    oddField = odd;
-    evenField = even;
-    yuvFrame = frame;
-    width = w;
-    height = h;
-    YUVtoSIRYUVpart(this, 0, 1);
-}
-
-void FromToRGB::YUVtoSIRYUVpart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->YUVtoSIRYUVpart(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::yuvFrame, false, "YUVtoSIRYUV"))
+        YUVtoSIRYUVpart(this, 0, 1);
 }
 
 void FromToRGB::YUVtoSIRYUVpart(int, int)
@@ -348,19 +322,8 @@ void FromToRGB::YUVtoSIRYUVpart(int, int)
 
 void FromToRGB::SIRYUVtoYUV(uint32_t* odd, uint32_t* even, uint32_t* frame, int w, int h)
 {
-    if (!present(odd, "SIRYUVtoYUV") || !present(even, "SIRYUVtoYUV") || !present(frame, "SIRYUVtoYUV"))
-        return;
-    oddField = odd;
-    evenField = even;
-    yuvFrame = frame;
-    width = w;
-    height = h;
-    SIRYUVtoYUVpart(this, 0, 1);
-}
-
-void FromToRGB::SIRYUVtoYUVpart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->SIRYUVtoYUVpart(partIndex, partCount);
+    if (storePair(*this, odd, even, frame, w, h, &FromToRGB::yuvFrame, true, "SIRYUVtoYUV"))
+        SIRYUVtoYUVpart(this, 0, 1);
 }
 
 void FromToRGB::SIRYUVtoYUVpart(int, int)
@@ -392,6 +355,29 @@ bool storeEnlargement(FromToRGB& job, uint32_t* field, uint32_t* image, int w, i
     return true;
 }
 
+// What the reduced image of an enlargement holds, and what goes into the
+// field for it: RGBX words as they are, 24-bit pixels made opaque (whole
+// groups of four only), or the grey key of each RGBX pixel's alpha.
+enum class Stored { rgbx, rgb, alpha };
+
+// The stored enlargement job: its image `repeat` times across and `lines`
+// times down into its field.
+void enlargeStored(const FromToRGB& job, Stored kind, int repeat, int lines)
+{
+    const ptrdiff_t w = job.width;
+    if (kind == Stored::rgb) {
+        const unsigned char* in = bytesOf(job.rgbImage);
+        enlargeIntoField(job.oddField, job.width, job.height, 4 * (job.width / 4), repeat, lines,
+                         [=](int y, int i) { return opaqueWord(in + 3 * (y * w + i)); });
+        return;
+    }
+    const uint32_t* in = job.rgbImage;
+    enlargeIntoField(job.oddField, job.width, job.height, job.width, repeat, lines, [=](int y, int i) {
+        const uint32_t word = loadWord(in + y * w + i);
+        return kind == Stored::alpha ? greyKey(alphaOf(word)) : word;
+    });
+}
+
 } // namespace
 
 void FromToRGB::RGBXHalftoSIR32(uint32_t* field, uint32_t* image, int w, int h)
@@ -400,20 +386,10 @@ void FromToRGB::RGBXHalftoSIR32(uint32_t* field, uint32_t* image, int w, int h)
         RGBXHalftoSIR32part(this, 0, 1);
 }
 
-void FromToRGB::RGBXHalftoSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXHalftoSIR32part(partIndex, partCount);
-}
-
 void FromToRGB::RGBHalftoSIR32(uint32_t* field, uint32_t* image, int w, int h)
 {
     if (storeEnlargement(*this, field, image, w, h, "RGBHalftoSIR32"))
         RGBHalftoSIR32part(this, 0, 1);
-}
-
-void FromToRGB::RGBHalftoSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBHalftoSIR32part(partIndex, partCount);
 }
 
 void FromToRGB::RGBXHalftoSIR32Alpha(uint32_t* field, uint32_t* image, int w, int h)
@@ -422,20 +398,10 @@ void FromToRGB::RGBXHalftoSIR32Alpha(uint32_t* field, uint32_t* image, int w, in
         RGBXHalftoSIR32AlphaPart(this, 0, 1);
 }
 
-void FromToRGB::RGBXHalftoSIR32AlphaPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXHalftoSIR32AlphaPart(partIndex, partCount);
-}
-
 void FromToRGB::RGBXQuartToSIR32(uint32_t* field, uint32_t* image, int w, int h)
 {
     if (storeEnlargement(*this, field, image, w, h, "RGBXQuartToSIR32"))
         RGBXQuartToSIR32part(this, 0, 1);
-}
-
-void FromToRGB::RGBXQuartToSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXQuartToSIR32part(partIndex, partCount);
 }
 
 void FromToRGB::RGBQuartToSIR32(uint32_t* field, uint32_t* image, int w, int h)
@@ -444,68 +410,40 @@ void FromToRGB::RGBQuartToSIR32(uint32_t* field, uint32_t* image, int w, int h)
         RGBQuartToSIR32part(this, 0, 1);
 }
 
-void FromToRGB::RGBQuartToSIR32part(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBQuartToSIR32part(partIndex, partCount);
-}
-
 void FromToRGB::RGBXQuartToSIR32Alpha(uint32_t* field, uint32_t* image, int w, int h)
 {
     if (storeEnlargement(*this, field, image, w, h, "RGBXQuartToSIR32Alpha"))
         RGBXQuartToSIR32AlphaPart(this, 0, 1);
 }
 
-void FromToRGB::RGBXQuartToSIR32AlphaPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXQuartToSIR32AlphaPart(partIndex, partCount);
-}
-
 void FromToRGB::RGBXHalftoSIR32part(int, int)
 {
-    const uint32_t* in = rgbImage;
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, width, 2, 1,
-                     [=](int y, int i) { return loadWord(in + y * w + i); });
+    enlargeStored(*this, Stored::rgbx, 2, 1);
 }
 
 void FromToRGB::RGBHalftoSIR32part(int, int)
 {
-    const unsigned char* in = bytesOf(rgbImage);
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, 4 * (width / 4), 2, 1,
-                     [=](int y, int i) { return opaqueWord(in + 3 * (y * w + i)); });
+    enlargeStored(*this, Stored::rgb, 2, 1);
 }
 
 void FromToRGB::RGBXHalftoSIR32AlphaPart(int, int)
 {
-    const uint32_t* in = rgbImage;
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, width, 2, 1,
-                     [=](int y, int i) { return greyKey(firstByte(loadWord(in + y * w + i))); });
+    enlargeStored(*this, Stored::alpha, 2, 1);
 }
 
 void FromToRGB::RGBXQuartToSIR32part(int, int)
 {
-    const uint32_t* in = rgbImage;
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, width, 4, 2,
-                     [=](int y, int i) { return loadWord(in + y * w + i); });
+    enlargeStored(*this, Stored::rgbx, 4, 2);
 }
 
 void FromToRGB::RGBQuartToSIR32part(int, int)
 {
-    const unsigned char* in = bytesOf(rgbImage);
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, 4 * (width / 4), 4, 2,
-                     [=](int y, int i) { return opaqueWord(in + 3 * (y * w + i)); });
+    enlargeStored(*this, Stored::rgb, 4, 2);
 }
 
 void FromToRGB::RGBXQuartToSIR32AlphaPart(int, int)
 {
-    const uint32_t* in = rgbImage;
-    const ptrdiff_t w = width;
-    enlargeIntoField(oddField, width, height, width, 4, 2,
-                     [=](int y, int i) { return greyKey(firstByte(loadWord(in + y * w + i))); });
+    enlargeStored(*this, Stored::alpha, 4, 2);
 }
 
 // ---------------------------------------------------------------------------
@@ -514,40 +452,24 @@ void FromToRGB::RGBXQuartToSIR32AlphaPart(int, int)
 
 void FromToRGB::RGBXtoYUVFrame(uint32_t* src, int w, int h, int pixelSize, uint32_t* frame)
 {
-    if (!present(src, "RGBXtoYUVFrame") || !usablePixelSize(pixelSize, "RGBXtoYUVFrame"))
-        return;
-    width = w;
-    height = h;
-    sourcePixelSize = pixelSize;
-    rgbSource = src;
-    yuvFrame = frame;
-    firstYUVField = nullptr;
-    secondYUVField = nullptr;
-    RGBXtoYUVFieldsPart(this, 0, 1);
+    if (storeRGBSource(*this, src, w, h, pixelSize, "RGBXtoYUVFrame")) {
+        yuvFrame = frame;
+        firstYUVField = nullptr;
+        secondYUVField = nullptr;
+        RGBXtoYUVFieldsPart(this, 0, 1);
+    }
 }
 
 void FromToRGB::RGBXtoYUVFields(uint32_t* src, int w, int h, int pixelSize, uint32_t* oddLines, uint32_t* evenLines)
 {
-    if (!present(src, "RGBXtoYUVFields") || !usablePixelSize(pixelSize, "RGBXtoYUVFields"))
-        return;
-    width = w;
-    height = h;
-    sourcePixelSize = pixelSize;
-    rgbSource = src;
-    firstYUVField = oddLines;
-    secondYUVField = evenLines;
-    yuvFrame = nullptr;
-    RGBXtoYUVFieldsPart(this, 0, 1);
+    if (storeRGBSource(*this, src, w, h, pixelSize, "RGBXtoYUVFields")) {
+        yuvFrame = nullptr;
+        firstYUVField = oddLines;
+        secondYUVField = evenLines;
+        RGBXtoYUVFieldsPart(this, 0, 1);
+    }
 }
 
-void FromToRGB::RGBXtoYUVFieldsPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXtoYUVFieldsPart(partIndex, partCount);
-}
-
-// Chroma comes from the left pixel of each pair alone; the right pixel gives
-// only its luma. With fields, each holds height / 2 lines: an odd-height
-// frame's last (even) line has no place in them and is left out.
 void FromToRGB::RGBXtoYUVFieldsPart(int, int)
 {
     const ptrdiff_t words = width / 2;
@@ -575,24 +497,36 @@ void FromToRGB::RGBXtoYUVFieldsPart(int, int)
     }
 }
 
+// The enlargements store the reduced size as halfWidth / halfHeight or
+// quartWidth / quartHeight, and the enlarged size as width / height.
 void FromToRGB::RGBXHalfToYUVFrame(uint32_t* src, int w, int h, int pixelSize, uint32_t* frame)
 {
-    if (!present(src, "RGBXHalfToYUVFrame") || !present(frame, "RGBXHalfToYUVFrame") ||
-        !usablePixelSize(pixelSize, "RGBXHalfToYUVFrame"))
-        return;
-    width = 2 * w;
-    height = 2 * h;
-    halfWidth = w;
-    halfHeight = h;
-    sourcePixelSize = pixelSize;
-    rgbSource = src;
-    yuvFrame = frame;
-    RGBXHalfToYUVFramePart(this, 0, 1);
+    if (storeRGBSource(*this, src, 2 * w, 2 * h, pixelSize, "RGBXHalfToYUVFrame", true, frame)) {
+        halfWidth = w;
+        halfHeight = h;
+        yuvFrame = frame;
+        RGBXHalfToYUVFramePart(this, 0, 1);
+    }
 }
 
-void FromToRGB::RGBXHalfToYUVFramePart(void* object, int partIndex, int partCount)
+void FromToRGB::RGBXQuartToYUVFrame(uint32_t* src, int w, int h, int pixelSize, uint32_t* frame)
 {
-    static_cast<FromToRGB*>(object)->RGBXHalfToYUVFramePart(partIndex, partCount);
+    if (storeRGBSource(*this, src, 4 * w, 4 * h, pixelSize, "RGBXQuartToYUVFrame", true, frame)) {
+        quartWidth = w;
+        quartHeight = h;
+        yuvFrame = frame;
+        RGBXQuartToYUVFramePart(this, 0, 1);
+    }
+}
+
+void FromToRGB::RGBXQuartToYUVField(uint32_t* src, int w, int h, int pixelSize, uint32_t* field)
+{
+    if (storeRGBSource(*this, src, 4 * w, 2 * h, pixelSize, "RGBXQuartToYUVField", true, field)) {
+        quartWidth = w;
+        quartHeight = h;
+        firstYUVField = field;
+        RGBXQuartToYUVFieldPart(this, 0, 1);
+    }
 }
 
 void FromToRGB::RGBXHalfToYUVFramePart(int, int)
@@ -600,49 +534,9 @@ void FromToRGB::RGBXHalfToYUVFramePart(int, int)
     enlargeToYUV(rgbSource, halfWidth, halfHeight, sourcePixelSize, yuvFrame, 1, 2);
 }
 
-void FromToRGB::RGBXQuartToYUVFrame(uint32_t* src, int w, int h, int pixelSize, uint32_t* frame)
-{
-    if (!present(src, "RGBXQuartToYUVFrame") || !present(frame, "RGBXQuartToYUVFrame") ||
-        !usablePixelSize(pixelSize, "RGBXQuartToYUVFrame"))
-        return;
-    width = 4 * w;
-    height = 4 * h;
-    quartWidth = w;
-    quartHeight = h;
-    sourcePixelSize = pixelSize;
-    rgbSource = src;
-    yuvFrame = frame;
-    RGBXQuartToYUVFramePart(this, 0, 1);
-}
-
-void FromToRGB::RGBXQuartToYUVFramePart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXQuartToYUVFramePart(partIndex, partCount);
-}
-
 void FromToRGB::RGBXQuartToYUVFramePart(int, int)
 {
     enlargeToYUV(rgbSource, quartWidth, quartHeight, sourcePixelSize, yuvFrame, 2, 4);
-}
-
-void FromToRGB::RGBXQuartToYUVField(uint32_t* src, int w, int h, int pixelSize, uint32_t* field)
-{
-    if (!present(src, "RGBXQuartToYUVField") || !present(field, "RGBXQuartToYUVField") ||
-        !usablePixelSize(pixelSize, "RGBXQuartToYUVField"))
-        return;
-    width = 4 * w;
-    height = 2 * h;
-    quartWidth = w;
-    quartHeight = h;
-    sourcePixelSize = pixelSize;
-    rgbSource = src;
-    firstYUVField = field;
-    RGBXQuartToYUVFieldPart(this, 0, 1);
-}
-
-void FromToRGB::RGBXQuartToYUVFieldPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->RGBXQuartToYUVFieldPart(partIndex, partCount);
 }
 
 void FromToRGB::RGBXQuartToYUVFieldPart(int, int)
@@ -663,11 +557,6 @@ void FromToRGB::YUVtoYUV(uint32_t* src, int w, int h, uint32_t* dst)
     firstYUVField = src;
     yuvFrame = dst;
     YUVtoYUVPart(this, 0, 1);
-}
-
-void FromToRGB::YUVtoYUVPart(void* object, int partIndex, int partCount)
-{
-    static_cast<FromToRGB*>(object)->YUVtoYUVPart(partIndex, partCount);
 }
 
 void FromToRGB::YUVtoYUVPart(int, int)

@@ -4,6 +4,7 @@
 // Sources and caller-given destinations may start at any byte.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 void* newMem(int size);
@@ -17,6 +18,18 @@ struct quart {
     int32_t ratio;
 
     // --- YUV 4:2:2 to 24-bit RGB reducers ---
+    // The frame lines a reduction by `scale` (4: quarter, 2: half) of a
+    // frame of `height` lines reads: output line rows - 1 - k (the lines are
+    // stored bottom-up) comes from the `scale` lines from first + k * scale
+    // on. The quarter reduction starts at line 2 for heights of remainder 2
+    // or 3, so that its blocks of four end at the last line; the half one
+    // starts at line 0. A frame reduced in bands of whole blocks, each band
+    // from its own first line, gives the same lines.
+    struct ReducedLines {
+        int first;
+        int rows;
+    };
+    static ReducedLines yuvReducedLines(int scale, int height);
     uint32_t* zoomYUVtoQuartRGB(uint32_t* source, int width, int height, uint32_t* destination);
     uint32_t* zoomYUVtoHalfRGB(uint32_t* source, int width, int height, uint32_t* destination);
     static void zoomYUVtoQuartRGBPart(void* object, int partIndex, int partCount);
@@ -65,7 +78,8 @@ struct quart {
     void scaleXFourThirds(int partIndex, int partCount);
     void zoomUpPart(int partIndex, int partCount);
 
-    // Stores a job that makes a new 32-bit image and allocates it; true when
-    // there is work for the worker.
-    bool beginImageJob(uint32_t* src, int w, int h, int64_t outPixels);
+    // The entries' common parts (quart.cpp, quartZoom.cpp).
+    uint32_t* beginYUVReduction(uint32_t* src, int w, int h, uint32_t* dst, int scale);
+    uint32_t* runImageJob(uint32_t* src, int w, int h, int64_t outPixels, void (*worker)(void*, int, int),
+                          std::ptrdiff_t skip = 0);
 };

@@ -86,37 +86,63 @@ int quarterSkip(int size)
     return (r == 2 || r == 3) ? 1 : 0;
 }
 
+// The aspect corrections' walk: every line's whole groups of `in` pixels,
+// centred (the pixels left over are shared between the two edges), each
+// made into `out` pixels by group(first source pixel, first output pixel,
+// whether it is the line's last group).
+template <class Group>
+void regroupLines(const uint32_t* source, uint32_t* destination, int width, int height, int in, int out, Group group)
+{
+    const int groups = width / in;
+    const int skip = (width % in) / 2;
+    const ptrdiff_t outW = out * static_cast<ptrdiff_t>(groups);
+    for (int k = 0; k < height; ++k) {
+        const uint32_t* s = source + static_cast<ptrdiff_t>(k) * width + skip;
+        uint32_t* d = destination + k * outW;
+        for (int g = 0; g < groups; ++g, s += in, d += out)
+            group(s, d, g + 1 == groups);
+    }
+}
+
 } // namespace
+
+// The static workers: each runs the member worker of its name on the job.
+void quart::zoomtoquartPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtoquartPart(part, parts); }
+void quart::zoomtohalfPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfPart(part, parts); }
+void quart::zoomtohalfXPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfXPart(part, parts); }
+void quart::zoomtohalfYPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfYPart(part, parts); }
+void quart::zoomtohalf24Part(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalf24Part(part, parts); }
+void quart::zoomtohalf24N4Part(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalf24N4Part(part, parts); }
+void quart::correctNtscRatioPart(void* job, int part, int parts) { static_cast<quart*>(job)->correctNtscRatioPart(part, parts); }
+void quart::scaleXFourThirds(void* job, int part, int parts) { static_cast<quart*>(job)->scaleXFourThirds(part, parts); }
+void quart::zoomUpPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomUpPart(part, parts); }
 
 // ---------------------------------------------------------------------------
 // Quarter and half reductions by trees of lane averages
 // ---------------------------------------------------------------------------
 
-// Entry of an operation that makes a new 32-bit image of outPixels pixels:
-// stores the job and allocates the output. True when the worker has work to
-// do; otherwise destination is null (no source, or no memory) or an empty
-// image.
-bool quart::beginImageJob(uint32_t* src, int w, int h, int64_t outPixels)
+// Runs an operation that makes a new 32-bit image of outPixels pixels: stores
+// the job, with the source `skip` words in, allocates the output and runs
+// the worker when it has work to do. Returns the new image, null when there
+// is no source or no memory.
+uint32_t* quart::runImageJob(uint32_t* src, int w, int h, int64_t outPixels, void (*worker)(void*, int, int),
+                             ptrdiff_t skip)
 {
     width = w;
     height = h;
     source = src;
     destination = src ? newImage32(outPixels) : nullptr;
-    return destination && outPixels != 0;
+    if (destination && outPixels != 0) {
+        source = src + skip;
+        worker(this, 0, 1);
+    }
+    return destination;
 }
 
 uint32_t* quart::zoomtoquart(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w >> 2, h >> 2)))
-        return destination;
-    source = src + static_cast<ptrdiff_t>(quarterSkip(h)) * w + quarterSkip(w);
-    zoomtoquartPart(this, 0, 1);
-    return destination;
-}
-
-void quart::zoomtoquartPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtoquartPart(partIndex, partCount);
+    const ptrdiff_t skip = static_cast<ptrdiff_t>(quarterSkip(h)) * w + quarterSkip(w);
+    return runImageJob(src, w, h, pixelCount(w >> 2, h >> 2), &zoomtoquartPart, skip);
 }
 
 void quart::zoomtoquartPart(int, int)
@@ -145,15 +171,7 @@ void quart::zoomtoquartPart(int, int)
 
 uint32_t* quart::zoomtohalf(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w >> 1, h >> 1)))
-        return destination;
-    zoomtohalfPart(this, 0, 1);
-    return destination;
-}
-
-void quart::zoomtohalfPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtohalfPart(partIndex, partCount);
+    return runImageJob(src, w, h, pixelCount(w >> 1, h >> 1), &zoomtohalfPart);
 }
 
 void quart::zoomtohalfPart(int, int)
@@ -173,15 +191,7 @@ void quart::zoomtohalfPart(int, int)
 
 uint32_t* quart::zoomtohalfX(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w >> 1, h)))
-        return destination;
-    zoomtohalfXPart(this, 0, 1);
-    return destination;
-}
-
-void quart::zoomtohalfXPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtohalfXPart(partIndex, partCount);
+    return runImageJob(src, w, h, pixelCount(w >> 1, h), &zoomtohalfXPart);
 }
 
 void quart::zoomtohalfXPart(int, int)
@@ -197,15 +207,7 @@ void quart::zoomtohalfXPart(int, int)
 
 uint32_t* quart::zoomtohalfY(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w, h >> 1)))
-        return destination;
-    zoomtohalfYPart(this, 0, 1);
-    return destination;
-}
-
-void quart::zoomtohalfYPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtohalfYPart(partIndex, partCount);
+    return runImageJob(src, w, h, pixelCount(w, h >> 1), &zoomtohalfYPart);
 }
 
 void quart::zoomtohalfYPart(int, int)
@@ -248,11 +250,6 @@ uint32_t* quart::zoomtohalf24(uint32_t* src, int w, int h)
     return destination;
 }
 
-void quart::zoomtohalf24Part(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtohalf24Part(partIndex, partCount);
-}
-
 void quart::zoomtohalf24Part(int, int)
 {
     const int runs = width / 8;
@@ -275,11 +272,6 @@ void quart::zoomtohalf24Part(int, int)
                     o[3 * p + c] = byteAverage(run[6 * p + c], run[6 * p + 3 + c]);
         }
     }
-}
-
-void quart::zoomtohalf24N4Part(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomtohalf24N4Part(partIndex, partCount);
 }
 
 void quart::zoomtohalf24N4Part(int, int)
@@ -387,71 +379,41 @@ uint32_t* quart::zoomtoquartNTSC(uint32_t* src, int w, int h)
 
 uint32_t* quart::correctNtscRatio(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w / 9 * 8, h)))
-        return destination;
-    correctNtscRatioPart(this, 0, 1);
-    return destination;
-}
-
-void quart::correctNtscRatioPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->correctNtscRatioPart(partIndex, partCount);
+    return runImageJob(src, w, h, pixelCount(w / 9 * 8, h), &correctNtscRatioPart);
 }
 
 void quart::correctNtscRatioPart(int, int)
 {
-    const int groups = width / 9;
-    const int skip = (width % 9) / 2;
-    const ptrdiff_t outW = 8 * static_cast<ptrdiff_t>(groups);
-    for (int k = 0; k < height; ++k) {
-        const uint32_t* s = source + static_cast<ptrdiff_t>(k) * width + skip;
-        uint32_t* d = destination + k * outW;
-        for (int g = 0; g < groups; ++g, s += 9, d += 8) {
-            uint32_t p[9];
-            for (int i = 0; i < 9; ++i)
-                p[i] = loadWord(s + i);
-            d[0] = p[0];
-            d[1] = quarterBlend(p[1], p[2]);
-            d[2] = quarterBlend(p[2], p[3]);
-            d[3] = laneAverage(p[3], p[4]);
-            d[4] = laneAverage(p[4], p[5]);
-            d[5] = quarterBlend(p[6], p[5]);
-            d[6] = quarterBlend(p[7], p[6]);
-            d[7] = p[8];
-        }
-    }
+    regroupLines(source, destination, width, height, 9, 8, [](const uint32_t* s, uint32_t* d, bool) {
+        uint32_t p[9];
+        for (int i = 0; i < 9; ++i)
+            p[i] = loadWord(s + i);
+        d[0] = p[0];
+        d[1] = quarterBlend(p[1], p[2]);
+        d[2] = quarterBlend(p[2], p[3]);
+        d[3] = laneAverage(p[3], p[4]);
+        d[4] = laneAverage(p[4], p[5]);
+        d[5] = quarterBlend(p[6], p[5]);
+        d[6] = quarterBlend(p[7], p[6]);
+        d[7] = p[8];
+    });
 }
 
 uint32_t* quart::scaleXFourThirds(uint32_t* src, int w, int h)
 {
-    if (!beginImageJob(src, w, h, pixelCount(w / 3 * 4, h)))
-        return destination;
-    scaleXFourThirds(this, 0, 1);
-    return destination;
-}
-
-void quart::scaleXFourThirds(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->scaleXFourThirds(partIndex, partCount);
+    return runImageJob(src, w, h, pixelCount(w / 3 * 4, h), &scaleXFourThirds);
 }
 
 void quart::scaleXFourThirds(int, int)
 {
-    const int groups = width / 3;
-    const int skip = (width % 3) / 2;
-    const ptrdiff_t outW = 4 * static_cast<ptrdiff_t>(groups);
-    for (int k = 0; k < height; ++k) {
-        const uint32_t* s = source + static_cast<ptrdiff_t>(k) * width + skip;
-        uint32_t* d = destination + k * outW;
-        for (int g = 0; g < groups; ++g, s += 3, d += 4) {
-            const uint32_t p0 = loadWord(s), p1 = loadWord(s + 1), p2 = loadWord(s + 2);
-            d[0] = p0;
-            d[1] = quarterBlend(p1, p0);
-            d[2] = laneAverage(p1, p2);
-            // The last group of a line has no next pixel to lean towards.
-            d[3] = (g + 1 < groups) ? quarterBlend(p2, loadWord(s + 3)) : p2;
-        }
-    }
+    regroupLines(source, destination, width, height, 3, 4, [](const uint32_t* s, uint32_t* d, bool last) {
+        const uint32_t p0 = loadWord(s), p1 = loadWord(s + 1), p2 = loadWord(s + 2);
+        d[0] = p0;
+        d[1] = quarterBlend(p1, p0);
+        d[2] = laneAverage(p1, p2);
+        // The last group of a line has no next pixel to lean towards.
+        d[3] = last ? p2 : quarterBlend(p2, loadWord(s + 3));
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -480,11 +442,6 @@ uint32_t* quart::zoomUp(uint32_t* src, int w, int h, int r)
         return destination;
     zoomUpPart(this, 0, 1);
     return destination;
-}
-
-void quart::zoomUpPart(void* object, int partIndex, int partCount)
-{
-    static_cast<quart*>(object)->zoomUpPart(partIndex, partCount);
 }
 
 void quart::zoomUpPart(int, int)

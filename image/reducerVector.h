@@ -1,9 +1,41 @@
-// Vector helpers shared by the SSE2 and AVX2 reducer rows, written once on
-// 128-bit registers. Internal to the image code; x86 only, little-endian, so
-// the bytes Cb, Y0, Cr, Y1 of a word are its bits 0, 8, 16 and 24.
+// Vector helpers of the x86 reducer rows, written once on 128-bit registers:
+// the SSE2 rows are made of them, and the AVX2 rows use them for their last
+// four pixels. Internal linkage (see image/pixelOps.h). x86 is little-endian,
+// so the bytes Cb, Y0, Cr, Y1 of a word are its bits 0, 8, 16 and 24.
 #pragma once
 
 #include <emmintrin.h>
+
+#include "image/reducerRows.h"
+
+namespace {
+
+// The colour formulas of image/pixelOps.h for 16-bit multiply-add: with
+// cb = Cb - 128, cr = Cr - 128 and S = Y0 + Y1 they read
+//     R: luma S + crToR cr - lumaOffset
+//     G: luma S + crToG cr + cbToG cb - lumaOffset
+//     B: luma S + cbToB cb - lumaOffset
+// and each coefficient is a whole multiple of 65536 and a rest that fits 16
+// bits. The rests go through the multiply-add before the shift; the whole
+// multiples (S, 2 cr, -cr, 2 cb) are added after it, where they are exact.
+namespace split {
+using namespace yuvColour;
+constexpr int lumaRest = luma - 65536;
+constexpr int crToRRest = crToR - 2 * 65536;
+constexpr int crToGRest = crToG + 65536;
+constexpr int cbToBRest = cbToB - 2 * 65536;
+static_assert(lumaRest >= -32768 && crToRRest >= -32768 && crToGRest < 32768 && cbToBRest < 32768 && cbToG >= -32768,
+              "every rest fits a 16-bit factor");
+// The chroma factor pairs (Cb in the low half of a 32-bit lane, Cr above).
+constexpr int crPairR = static_cast<int>(static_cast<uint32_t>(crToRRest) << 16);
+constexpr int crPairG = static_cast<int>((static_cast<uint32_t>(crToGRest) << 16) | static_cast<uint16_t>(cbToG));
+constexpr int cbPairB = cbToBRest;
+} // namespace split
+
+inline __m128i load128(const uint32_t* words)
+{
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(words));
+}
 
 // Lane average with the earlier operand rounded up: with the low bit of the
 // later operand b cleared, ceil(a / 2) + floor(b / 2) is the rounded-up mean
@@ -13,39 +45,35 @@ inline __m128i laneAverage128(__m128i a, __m128i b)
     return _mm_avg_epu8(a, _mm_and_si128(b, _mm_set1_epi8(static_cast<char>(0xFE))));
 }
 
-// The colour conversion of four averaged words, as 32-bit B, G and R before
-// clamping, exactly equal to the plain 32-bit formulas. With cb = Cb - 128,
-// cr = Cr - 128 and S = Y0 + Y1, the plain sums are
-//     R: 38155 S + 104635 cr - 1220960
-//     G: 38155 S - 53294 cr - 25690 cb - 1220960
-//     B: 38155 S + 132278 cb - 1220960
-// and taking the multiples of 65536 out of the coefficients (38155 =
-// 65536 - 27381, 104635 = 131072 - 26437, -53294 = -65536 + 12242,
-// 132278 = 131072 + 1206) leaves coefficients that fit 16-bit madd, with
-// the whole multiples added after the shift, where they are exact.
+// Words 2j and 2j + 1 of one line for four pixels, averaged.
+inline __m128i pairAverage128(const uint32_t* line)
+{
+    const __m128 a = _mm_castsi128_ps(load128(line)), b = _mm_castsi128_ps(load128(line + 4));
+    return laneAverage128(_mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))),
+                          _mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))));
+}
+
 struct Bgr128 {
     __m128i b, g, r;
 };
 
+// The colours of four averaged words as 32-bit B, G and R before clamping,
+// equal to the plain formulas.
 inline Bgr128 yuvToBgr128(__m128i words)
 {
+    using namespace split;
     const __m128i chroma = _mm_sub_epi16(_mm_and_si128(words, _mm_set1_epi32(0x00FF00FF)), _mm_set1_epi16(128));
-    const __m128i luma = _mm_srli_epi16(words, 8);
-    const __m128i s = _mm_madd_epi16(luma, _mm_set1_epi16(1));
-    const __m128i base = _mm_sub_epi32(_mm_madd_epi16(luma, _mm_set1_epi16(-27381)), _mm_set1_epi32(1220960));
+    const __m128i lumas = _mm_srli_epi16(words, 8);
+    const __m128i s = _mm_madd_epi16(lumas, _mm_set1_epi16(1));
+    const __m128i base = _mm_sub_epi32(_mm_madd_epi16(lumas, _mm_set1_epi16(lumaRest)), _mm_set1_epi32(lumaOffset));
     const __m128i cr = _mm_srai_epi32(chroma, 16);
     const __m128i cb = _mm_srai_epi32(_mm_slli_epi32(chroma, 16), 16);
-    const __m128i crCoefficient = _mm_set1_epi32(static_cast<int>(static_cast<uint32_t>(-26437) << 16));
-    const __m128i gCoefficients = _mm_set1_epi32(static_cast<int>((static_cast<uint32_t>(12242) << 16) | static_cast<uint16_t>(-25690)));
-    const __m128i cbCoefficient = _mm_set1_epi32(1206);
-    Bgr128 out;
-    out.r = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(base, _mm_madd_epi16(chroma, crCoefficient)), 16),
-                          _mm_add_epi32(s, _mm_add_epi32(cr, cr)));
-    out.g = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(base, _mm_madd_epi16(chroma, gCoefficients)), 16),
-                          _mm_sub_epi32(s, cr));
-    out.b = _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(base, _mm_madd_epi16(chroma, cbCoefficient)), 16),
-                          _mm_add_epi32(s, _mm_add_epi32(cb, cb)));
-    return out;
+    auto colour = [&](int pair, __m128i whole) {
+        return _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(base, _mm_madd_epi16(chroma, _mm_set1_epi32(pair))), 16),
+                             _mm_add_epi32(s, whole));
+    };
+    return {colour(cbPairB, _mm_add_epi32(cb, cb)), colour(crPairG, _mm_sub_epi32(_mm_setzero_si128(), cr)),
+            colour(crPairR, _mm_add_epi32(cr, cr))};
 }
 
 // Clamps four pixels to 0..255 and stores them as 12 bytes B, G, R.
@@ -62,5 +90,27 @@ inline void storeBgr128(const Bgr128& pixel, unsigned char* out)
     const __m128i twelve = _mm_or_si128(_mm_move_epi64(six), _mm_slli_si128(_mm_srli_si128(six, 8), 6));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(out), twelve);
     const int last = _mm_cvtsi128_si32(_mm_srli_si128(twelve, 8));
-    __builtin_memcpy(out + 8, &last, 4);
+    std::memcpy(out + 8, &last, 4);
 }
+
+// Four pixels of a row (see vectorRow).
+struct Rows128 {
+    static constexpr int units = 4;
+
+    template <bool Quarter>
+    static void row(const uint32_t* lines, std::ptrdiff_t stride, int j, unsigned char* out)
+    {
+        __m128i mixed;
+        if constexpr (Quarter) {
+            const uint32_t* l = lines + 2 * j;
+            const __m128i upper = laneAverage128(pairAverage128(l), pairAverage128(l + stride));
+            const __m128i lower = laneAverage128(pairAverage128(l + 2 * stride), pairAverage128(l + 3 * stride));
+            mixed = laneAverage128(upper, lower);
+        } else {
+            mixed = laneAverage128(load128(lines + j), load128(lines + stride + j));
+        }
+        storeBgr128(yuvToBgr128(mixed), out + 3 * j);
+    }
+};
+
+} // namespace

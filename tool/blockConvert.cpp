@@ -23,30 +23,25 @@ void convertAndReduce(Convert& converter, quart& reducer, uint32_t* palFrame, ui
     converter.inputLines = palLines;
     converter.destination = ntscFrame;
 
-    const int shift = scale == 4 ? 2 : 1;
-    const int rows = ntscLines >> shift;
+    const quart::ReducedLines lines = quart::yuvReducedLines(scale, ntscLines);
     const std::ptrdiff_t stride = width >> 1;
-    const std::ptrdiff_t reducedLine = 3 * static_cast<std::ptrdiff_t>(width >> shift);
-    // The quarter reducer drops the first two lines of heights of remainder
-    // 2 or 3, and so does each band here.
-    const int remainder = ntscLines % 4;
-    const int skip = scale == 4 && (remainder == 2 || remainder == 3) ? 2 : 0;
+    const std::ptrdiff_t reducedLine = 3 * static_cast<std::ptrdiff_t>(width / scale);
 
     int converted = 0;
-    for (int k = 0; k < rows; k += bandRows) {
-        const int n = rows - k < bandRows ? rows - k : bandRows;
-        const int firstLine = skip + (k << shift);
-        const int endLine = firstLine + (n << shift);
+    for (int k = 0; k < lines.rows; k += bandRows) {
+        const int n = lines.rows - k < bandRows ? lines.rows - k : bandRows;
+        const int firstLine = lines.first + k * scale;
+        const int endLine = firstLine + n * scale;
         converter.ConvertLines(converted, endLine);
         converted = endLine;
         // The band's reduced lines, bottom-up like the frame's: rows k to
         // k + n - 1 are frame lines rows - k - n to rows - 1 - k.
         uint32_t* bandSource = ntscFrame + firstLine * stride;
-        auto* bandDestination = reinterpret_cast<uint32_t*>(reducedFrame + (rows - k - n) * reducedLine);
+        auto* bandDestination = reinterpret_cast<uint32_t*>(reducedFrame + (lines.rows - k - n) * reducedLine);
         if (scale == 4)
-            reducer.zoomYUVtoQuartRGB(bandSource, width, n << shift, bandDestination);
+            reducer.zoomYUVtoQuartRGB(bandSource, width, n * scale, bandDestination);
         else
-            reducer.zoomYUVtoHalfRGB(bandSource, width, n << shift, bandDestination);
+            reducer.zoomYUVtoHalfRGB(bandSource, width, n * scale, bandDestination);
     }
     converter.ConvertLines(converted, ntscLines);
 }

@@ -4,7 +4,9 @@
 
 namespace {
 
-std::atomic<int> highestAllowed{static_cast<int>(KernelPath::avx2)};
+constexpr KernelPath highestPath = KernelPath::neon;
+
+std::atomic<int> highestAllowed{static_cast<int>(highestPath)};
 
 KernelPath detect()
 {
@@ -16,6 +18,11 @@ KernelPath detect()
         return KernelPath::avx2;
     if (__builtin_cpu_supports("sse2"))
         return KernelPath::sse2;
+#elif defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    // Every AArch64 processor has NEON; the kernels take the bytes of a
+    // word as its lanes from the low end, so they are built for the
+    // little-endian form only.
+    return KernelPath::neon;
 #endif
     return KernelPath::reference;
 }
@@ -28,24 +35,27 @@ KernelPath bestKernelPath()
     return best;
 }
 
+bool kernelPathAvailable(KernelPath path)
+{
+    const KernelPath best = bestKernelPath();
+    if (path == KernelPath::reference || path == best)
+        return true;
+    // Below the best path, only the older ones of its own family.
+    return best == KernelPath::avx2 && path == KernelPath::sse2;
+}
+
 KernelPath kernelPath()
 {
-    const int best = static_cast<int>(bestKernelPath());
-    const int allowed = highestAllowed.load(std::memory_order_relaxed);
-    return static_cast<KernelPath>(best < allowed ? best : allowed);
+    for (int p = highestAllowed.load(std::memory_order_relaxed); p > 0; --p)
+        if (kernelPathAvailable(static_cast<KernelPath>(p)))
+            return static_cast<KernelPath>(p);
+    return KernelPath::reference;
 }
 
 const char* kernelPathName(KernelPath path)
 {
-    switch (path) {
-    case KernelPath::avx2:
-        return "avx2";
-    case KernelPath::sse2:
-        return "sse2";
-    case KernelPath::reference:
-        break;
-    }
-    return "reference";
+    static const char* const names[kernelPathCount] = {"reference", "sse2", "avx2", "neon"};
+    return names[static_cast<int>(path)];
 }
 
 const char* activeKernelPath()
@@ -55,7 +65,7 @@ const char* activeKernelPath()
 
 void setReferenceKernels(bool forced)
 {
-    limitKernelPath(forced ? KernelPath::reference : KernelPath::avx2);
+    limitKernelPath(forced ? KernelPath::reference : highestPath);
 }
 
 void limitKernelPath(KernelPath highest)

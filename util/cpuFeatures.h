@@ -4,22 +4,30 @@
 // setReferenceKernels() so that they can compare both paths in one process.
 #pragma once
 
-// In order of preference: a path also has everything of those before it.
-enum class KernelPath { reference, sse2, avx2 };
+// In order of preference. A machine has the reference path and the vector
+// paths of its own family (x86: SSE2, AVX2; AArch64: NEON); an x86 path
+// also has everything of the x86 paths before it.
+enum class KernelPath { reference, sse2, avx2, neon };
+
+constexpr int kernelPathCount = 4;
 
 // Best path this build and this CPU support (computed once).
 KernelPath bestKernelPath();
 
+// Whether this build and this CPU can run the path.
+bool kernelPathAvailable(KernelPath path);
+
 // Path the kernels use now: the best one, unless limited below.
 KernelPath kernelPath();
 
-// "reference", "sse2" or "avx2".
+// "reference", "sse2", "avx2" or "neon".
 const char* kernelPathName(KernelPath path);
 const char* activeKernelPath();
 
 // true: every kernel runs its reference version; false: back to the best path.
 void setReferenceKernels(bool forced);
 
-// Uses no path above the given one (so that tests can run an older
-// instruction set on a newer CPU); setReferenceKernels(false) lifts it.
+// Uses the best available path no higher than the given one (so that tests
+// can run an older instruction set on a newer CPU); setReferenceKernels(false)
+// lifts it.
 void limitKernelPath(KernelPath highest);

@@ -11,13 +11,17 @@
 namespace {
 
 // A path wrongly left unselected would have its tests skipped, not failed.
-#if defined(__x86_64__) || defined(__i386__)
 TEST(KernelSelection, BestPathMatchesTheCpu)
 {
+#if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
     EXPECT_EQ(bestKernelPath(), __builtin_cpu_supports("avx2") ? KernelPath::avx2 : __builtin_cpu_supports("sse2") ? KernelPath::sse2 : KernelPath::reference);
-}
+#elif defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    EXPECT_EQ(bestKernelPath(), KernelPath::neon);
+#else
+    EXPECT_EQ(bestKernelPath(), KernelPath::reference);
 #endif
+}
 
 // Hand-worked words, each repeated along a line long enough to reach the
 // vector loops and their tails; rounding is always down. Weight 0 is a copy
@@ -193,8 +197,16 @@ TEST_P(KernelPaths, BlockSlotsOfAnySize)
     }
 }
 
-// Every kernel-path test of the suite, from all its files.
-INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::Values(KernelPath::reference, KernelPath::sse2, KernelPath::avx2),
+// Every kernel-path test of the suite, from all its files, on the paths of
+// this machine's family; one the CPU lacks is skipped.
+const KernelPath familyPaths[] = {KernelPath::reference,
+#if defined(__x86_64__) || defined(__i386__)
+                                  KernelPath::sse2, KernelPath::avx2,
+#elif defined(__aarch64__)
+                                  KernelPath::neon,
+#endif
+};
+INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::ValuesIn(familyPaths),
                          [](const auto& path) { return std::string(kernelPathName(path.param)); });
 
 // Two frames a block, each slot longer than its picture: every slot must
