@@ -211,6 +211,7 @@ protected:
 private:
     int ChunkedTransfer(bool writing, void* data, int64_t bytes, int64_t pos, const char* failure);
     int VectorTransfer(bool writing, int first, int last, void** data);
+    int FrameTransfer(bool writing, int frame, void* data, int size);
     int BlockTransfer(bool writing, int first, int last, int frameSize, void* data);
     int ChangeHeaderField(int order, int32_t value);
     // The control orders, one each (IOCtl picks them by number).

@@ -38,43 +38,34 @@ void putBE64(unsigned char* p, uint64_t v)
 
 uint64_t getBE64(const unsigned char* p) { return (uint64_t{getBE32(p)} << 32) | getBE32(p + 4); }
 
-// Reads n bytes, going on after short reads until end of file.
-// Returns -1 on error, 0 when the file ended first, 1 when all came.
-int readFull(int fd, unsigned char* buffer, size_t n)
+// Moves n bytes through read or write, going on after short counts. Returns
+// -1 on error, 0 when a read met the end of the file first (a write that
+// moves nothing is an error), 1 when all moved.
+template <class Buffer, class Call>
+int moveFull(int fd, Buffer* buffer, size_t n, Call call)
 {
-    size_t got = 0;
-    while (got < n) {
-        const ssize_t r = read(fd, buffer + got, n - got);
-        if (r < 0) {
-            if (errno == EINTR)
-                continue;
+    size_t done = 0;
+    while (done < n) {
+        const ssize_t r = call(fd, buffer + done, n - done);
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r < 0)
             return -1;
-        }
         if (r == 0)
             return 0;
-        got += static_cast<size_t>(r);
+        done += static_cast<size_t>(r);
     }
     return 1;
 }
 
-// Writes n bytes, going on after short writes. Returns -1 on error, 1 when done.
+int readFull(int fd, unsigned char* buffer, size_t n) { return moveFull(fd, buffer, n, ::read); }
+
 int writeFull(int fd, const unsigned char* buffer, size_t n)
 {
-    size_t put = 0;
-    while (put < n) {
-        const ssize_t r = write(fd, buffer + put, n - put);
-        if (r < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        if (r == 0) {
-            errno = EIO;
-            return -1;
-        }
-        put += static_cast<size_t>(r);
-    }
-    return 1;
+    const int r = moveFull(fd, buffer, n, ::write);
+    if (r == 0)
+        errno = EIO;
+    return r > 0 ? 1 : -1;
 }
 }  // namespace
 

@@ -121,38 +121,32 @@ int vXfsFile::GetImageSize(int frame, int& size)
     return descriptor != 0 ? 1 : 0;
 }
 
-int vXfsFile::GetImage(int frame, void* data, int size)
+// The two single-frame transfers. A read checks the frame against the
+// count (frame numFrames, one past the last, passes, as the store has it);
+// a write may go beyond it, but never in front of frame 0: that is the header.
+int vXfsFile::FrameTransfer(bool writing, int frame, void* data, int size)
 {
     if (descriptor == 0)
         ASSERT_ZERO(kSource, __LINE__);
-    if (frame < 0 || frame > header.numFrames) {
-        std::printf("Asking for a non-existing frame [vXfsFile::GetImage]\n");
+    if (frame < 0 || (!writing && frame > header.numFrames)) {
+        std::printf(writing ? "Asking for a negative frame [vXfsFile::PutImage]\n"
+                            : "Asking for a non-existing frame [vXfsFile::GetImage]\n");
         return 0;
     }
     if (size < 0) {
-        std::printf("Invalid frame size %d [vXfsFile::GetImage]\n", size);
+        std::printf(writing ? "Invalid frame size %d [vXfsFile::PutImage]\n"
+                            : "Invalid frame size %d [vXfsFile::GetImage]\n",
+                    size);
         return 0;
     }
-    return ChunkedTransfer(false, data, size, dataOffset + int64_t{frame} * size,
-                           "Unable to read data [vXfsFile::GetImage]");
+    return ChunkedTransfer(writing, data, size, dataOffset + int64_t{frame} * size,
+                           writing ? "Unable to write data [vXfsFile::PutImage]"
+                                   : "Unable to read data [vXfsFile::GetImage]");
 }
 
-int vXfsFile::PutImage(int frame, void* data, int size)
-{
-    if (descriptor == 0)
-        ASSERT_ZERO(kSource, __LINE__);
-    // Nothing is ever written in front of frame 0: that is the header.
-    if (frame < 0) {
-        std::printf("Asking for a negative frame [vXfsFile::PutImage]\n");
-        return 0;
-    }
-    if (size < 0) {
-        std::printf("Invalid frame size %d [vXfsFile::PutImage]\n", size);
-        return 0;
-    }
-    return ChunkedTransfer(true, data, size, dataOffset + int64_t{frame} * size,
-                           "Unable to write data [vXfsFile::PutImage]");
-}
+int vXfsFile::GetImage(int frame, void* data, int size) { return FrameTransfer(false, frame, data, size); }
+
+int vXfsFile::PutImage(int frame, void* data, int size) { return FrameTransfer(true, frame, data, size); }
 
 // The two block transfers: frames first..last, one after the other in data.
 int vXfsFile::BlockTransfer(bool writing, int first, int last, int frameSize, void* data)

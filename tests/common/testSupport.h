@@ -90,26 +90,25 @@ inline uint64_t HashFile(const std::string& path)
     return Hash(text.data(), text.size());
 }
 
-// Runs f and returns what it printed on stdout.
+// Runs f and returns what it printed on stdout (StdoutOf) or stderr (StderrOf).
+template <class F>
+std::string Captured(std::FILE* stream, void (*start)(), std::string (*finish)(), F&& f)
+{
+    std::fflush(stream);
+    start();
+    f();
+    std::fflush(stream);
+    return finish();
+}
 template <class F>
 std::string StdoutOf(F&& f)
 {
-    std::fflush(stdout);
-    testing::internal::CaptureStdout();
-    f();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    return Captured(stdout, testing::internal::CaptureStdout, testing::internal::GetCapturedStdout, f);
 }
-
-// Runs f and returns what it printed on stderr.
 template <class F>
 std::string StderrOf(F&& f)
 {
-    std::fflush(stderr);
-    testing::internal::CaptureStderr();
-    f();
-    std::fflush(stderr);
-    return testing::internal::GetCapturedStderr();
+    return Captured(stderr, testing::internal::CaptureStderr, testing::internal::GetCapturedStderr, f);
 }
 
 struct RunResult {
