@@ -196,18 +196,11 @@ bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination&
 // ---------------------------------------------------------------------------
 // Descriptors and buffers
 
-FrameBuffer::FrameBuffer(int size) : length(size > 0 ? size : 0)
+FrameBuffer::FrameBuffer(int size)
 {
-    void* memory = nullptr;
-    if (length > 0 && posix_memalign(&memory, kBufferAlignment, static_cast<size_t>(length)) == 0) {
-        bytes = static_cast<uint8_t*>(memory);
-        std::memset(bytes, 0, static_cast<size_t>(length));
-    } else {
-        length = 0;
-    }
+    if (size <= 0 || !memory.Allocate(static_cast<size_t>(size), kBufferAlignment))
+        memory.Release();  // size() 0: the callers' "out of memory"
 }
-
-FrameBuffer::~FrameBuffer() { std::free(bytes); }
 
 // ---------------------------------------------------------------------------
 // Inputs

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "clipfile/vXfsFile.h"
+#include "platform/alignedMemory.h"
 #include "platform/fileIdentity.h"
 #include "platform/uniqueFd.h"
 
@@ -31,15 +32,11 @@
 class FrameBuffer {
 public:
     explicit FrameBuffer(int size);
-    ~FrameBuffer();
-    FrameBuffer(const FrameBuffer&) = delete;
-    FrameBuffer& operator=(const FrameBuffer&) = delete;
-    uint8_t* data() const { return bytes; }
-    int size() const { return length; }
+    uint8_t* data() const { return memory.Bytes(); }
+    int size() const { return static_cast<int>(memory.Size()); }
 
 private:
-    uint8_t* bytes = nullptr;
-    int length = 0;
+    AlignedMemory memory;
 };
 
 struct ClipFormat {
