@@ -66,7 +66,7 @@ void BM_YUVtoSIRYUV(benchmark::State& state)
     countFrames(state);
 }
 
-} // namespace
+}  // namespace
 
 BENCHMARK_TEMPLATE(BM_quart, &quart::zoomtohalf)->Name("zoomtohalf/720x486");
 BENCHMARK_TEMPLATE(BM_quart, &quart::zoomtoquart)->Name("zoomtoquart/720x486");

@@ -42,8 +42,7 @@ struct Blocks {
     explicit Blocks(int frames)
         : pal(static_cast<std::size_t>(frames) * palSlot), ntsc(static_cast<std::size_t>(frames) * ntscSlot),
           reduced(static_cast<std::size_t>(frames) * quarterSlot), copy(static_cast<std::size_t>(frames) * palSlot)
-    {
-    }
+    {}
     Buffer pal, ntsc, reduced, copy;
 };
 
@@ -96,15 +95,9 @@ void reduceFrame(benchmark::State& state, uint32_t* (quart::*reducer)(uint32_t*,
     countFrames(state, 1);
 }
 
-void BM_QuarterReducer(benchmark::State& state)
-{
-    reduceFrame(state, &quart::zoomYUVtoQuartRGB);
-}
+void BM_QuarterReducer(benchmark::State& state) { reduceFrame(state, &quart::zoomYUVtoQuartRGB); }
 
-void BM_HalfReducer(benchmark::State& state)
-{
-    reduceFrame(state, &quart::zoomYUVtoHalfRGB);
-}
+void BM_HalfReducer(benchmark::State& state) { reduceFrame(state, &quart::zoomYUVtoHalfRGB); }
 
 void convertBlock(benchmark::State& state, int frames, bool reduce)
 {
@@ -118,20 +111,11 @@ void convertBlock(benchmark::State& state, int frames, bool reduce)
     countFrames(state, frames);
 }
 
-void BM_ConvertBlockOf5(benchmark::State& state)
-{
-    convertBlock(state, 5, true);
-}
+void BM_ConvertBlockOf5(benchmark::State& state) { convertBlock(state, 5, true); }
 
-void BM_Convert250Frames(benchmark::State& state)
-{
-    convertBlock(state, manyFrames, true);
-}
+void BM_Convert250Frames(benchmark::State& state) { convertBlock(state, manyFrames, true); }
 
-void BM_Convert250FramesNoReduction(benchmark::State& state)
-{
-    convertBlock(state, manyFrames, false);
-}
+void BM_Convert250FramesNoReduction(benchmark::State& state) { convertBlock(state, manyFrames, false); }
 
 // The physical baseline: every PAL picture copied once, as many bytes read
 // as the converter reads and about as many written.
@@ -150,7 +134,7 @@ void BM_Memcpy250Frames(benchmark::State& state)
         benchmark::Counter(static_cast<double>(state.iterations()) * manyFrames, benchmark::Counter::kIsRate);
 }
 
-} // namespace
+}  // namespace
 
 BENCHMARK(BM_LineConversion)->ArgName("vector")->Arg(0)->Arg(1);
 BENCHMARK(BM_QuarterReducer)->ArgName("vector")->Arg(0)->Arg(1);

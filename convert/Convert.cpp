@@ -24,13 +24,10 @@ struct LineSource {
 class LineMap {
 public:
     LineMap(int hin, int hout, bool fieldMode)
-        : field_(fieldMode),
-          step_(fieldMode ? 2 : 1),
+        : field_(fieldMode), step_(fieldMode ? 2 : 1),
           // Last line of a field (or of the frame), counted within it.
-          last_(fieldMode ? (hin >> 1) - 1 : hin - 1),
-          r_(static_cast<float>(hin) / static_cast<float>(hout))
-    {
-    }
+          last_(fieldMode ? (hin >> 1) - 1 : hin - 1), r_(static_cast<float>(hin) / static_cast<float>(hout))
+    {}
 
     // Lines apart of the two lines of a blend.
     int step() const { return step_; }
@@ -78,8 +75,7 @@ class InputPrefetch {
 public:
     InputPrefetch(const uint32_t* source, std::size_t stride, int lines)
         : source_(source), stride_(stride), lines_(lines)
-    {
-    }
+    {}
 
     // Requests the lines up to `line` past line a, the first line of a blend.
     void request(int a, int line)
@@ -105,7 +101,8 @@ private:
 
 // One output line from its source: weights up to 128 blend the next line
 // into line a, larger ones line a into the next line.
-void blendLine(const MixLineKernels& kernels, uint32_t* lineA, std::size_t apart, LineSource from, uint32_t* out, int words)
+void blendLine(const MixLineKernels& kernels, uint32_t* lineA, std::size_t apart, LineSource from, uint32_t* out,
+               int words)
 {
     if (from.w == 0) {
         // The copy kernel does not read its first line; the next line may lie
@@ -120,18 +117,12 @@ void blendLine(const MixLineKernels& kernels, uint32_t* lineA, std::size_t apart
         kernels[static_cast<std::size_t>(256 - from.w)](lineA, lineB, out, words);
 }
 
-} // namespace
+}  // namespace
 
 Convert::Convert(int width_, int outputLines_, int unused_, float* fieldFlag_)
-    : width(width_),
-      outputLines(outputLines_),
-      inputLines(0),
-      fieldFlag(fieldFlag_),
-      unused(unused_),
-      source(nullptr),
+    : width(width_), outputLines(outputLines_), inputLines(0), fieldFlag(fieldFlag_), unused(unused_), source(nullptr),
       destination(nullptr)
-{
-}
+{}
 
 void Convert::DoConvert(uint32_t* source_, int inputLines_, uint32_t* destination_)
 {
@@ -141,10 +132,7 @@ void Convert::DoConvert(uint32_t* source_, int inputLines_, uint32_t* destinatio
     DoConversion();
 }
 
-void Convert::DoConversion()
-{
-    DoConversion(this, 0, 1);
-}
+void Convert::DoConversion() { DoConversion(this, 0, 1); }
 
 void Convert::DoConversion(void* object, int partIndex, int partCount)
 {
@@ -152,10 +140,7 @@ void Convert::DoConversion(void* object, int partIndex, int partCount)
 }
 
 // The whole frame, whatever the part: the job is never split.
-void Convert::DoConversion(int, int)
-{
-    ConvertLines(0, outputLines);
-}
+void Convert::DoConversion(int, int) { ConvertLines(0, outputLines); }
 
 void Convert::ConvertLines(int from, int to)
 {
@@ -182,7 +167,8 @@ void Convert::ConvertLines(int from, int to)
     for (int y = from; y < to; ++y) {
         const LineSource line = map(y);
         prefetch.request(line.a, line.a + map.step() + prefetchLines);
-        blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride, static_cast<std::size_t>(map.step()) * stride,
-                  line, destination + static_cast<std::size_t>(y) * stride, L);
+        blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride,
+                  static_cast<std::size_t>(map.step()) * stride, line,
+                  destination + static_cast<std::size_t>(y) * stride, L);
     }
 }

@@ -9,11 +9,8 @@ struct NamedMixLines {
     static constexpr MixLineKernel* of = &MixLine<K>;
 };
 
-} // namespace
+}  // namespace
 
 const std::array<MixLineKernel*, mixLineWeights> MixLineTable = mixLineTable<NamedMixLines>();
 
-MixLineKernel* activeMixLine(int k)
-{
-    return pixelKernels().mixLine[static_cast<std::size_t>(k)];
-}
+MixLineKernel* activeMixLine(int k) { return pixelKernels().mixLine[static_cast<std::size_t>(k)]; }

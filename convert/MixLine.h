@@ -163,7 +163,4 @@ inline constexpr MixLineKernel& MixLine_128 = MixLine<128>;
 extern const std::array<MixLineKernel*, mixLineWeights> MixLineTable;
 
 // No range check: the only caller keeps k within 0 to 128.
-inline MixLineKernel* getMixLine(int k)
-{
-    return MixLineTable[static_cast<std::size_t>(k)];
-}
+inline MixLineKernel* getMixLine(int k) { return MixLineTable[static_cast<std::size_t>(k)]; }

@@ -50,9 +50,6 @@ struct Blend16 {
     }
 };
 
-} // namespace
+}  // namespace
 
-void addAvx2MixLine(PixelKernels& table)
-{
-    table.mixLine = mixLineTable<VectorMixLines<Blend32, Blend16>>();
-}
+void addAvx2MixLine(PixelKernels& table) { table.mixLine = mixLineTable<VectorMixLines<Blend32, Blend16>>(); }

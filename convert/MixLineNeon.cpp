@@ -22,9 +22,6 @@ struct Blend16 {
     }
 };
 
-} // namespace
+}  // namespace
 
-void addNeonMixLine(PixelKernels& table)
-{
-    table.mixLine = mixLineTable<VectorMixLines<Blend16>>();
-}
+void addNeonMixLine(PixelKernels& table) { table.mixLine = mixLineTable<VectorMixLines<Blend16>>(); }

@@ -25,9 +25,6 @@ struct Blend16 {
     }
 };
 
-} // namespace
+}  // namespace
 
-void addSse2MixLine(PixelKernels& table)
-{
-    table.mixLine = mixLineTable<VectorMixLines<Blend16>>();
-}
+void addSse2MixLine(PixelKernels& table) { table.mixLine = mixLineTable<VectorMixLines<Blend16>>(); }

@@ -27,7 +27,8 @@ template <int K>
 constexpr uint32_t mixWord(uint32_t p, uint32_t q)
 {
     constexpr uint32_t k = K;
-    const uint32_t high = (((((p & 0xFF00FF00u) >> 8) - ((q & 0xFF00FF00u) >> 8)) * k) + (q & 0xFF00FF00u)) & 0xFF00FF00u;
+    const uint32_t high =
+        (((((p & 0xFF00FF00u) >> 8) - ((q & 0xFF00FF00u) >> 8)) * k) + (q & 0xFF00FF00u)) & 0xFF00FF00u;
     const uint32_t low = (((((p & 0x00FF00FFu) - (q & 0x00FF00FFu)) * k) >> 8) + (q & 0x00FF00FFu)) & 0x00FF00FFu;
     return high + low;
 }
@@ -55,9 +56,8 @@ void vectorMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
 {
     int i = 0;
     if constexpr (K != 0)
-        i = vectorSteps<Wide, Narrow>(words, [&](auto step, int at) {
-            decltype(step)::template blend<K>(first + at, second + at, out + at);
-        });
+        i = vectorSteps<Wide, Narrow>(
+            words, [&](auto step, int at) { decltype(step)::template blend<K>(first + at, second + at, out + at); });
     mixLineWords<K>(first, second, out, i, words);
 }
 
@@ -81,4 +81,4 @@ struct VectorMixLines {
     static constexpr MixLineKernel* of = &vectorMixLine<Wide, Narrow, K>;
 };
 
-} // namespace
+}  // namespace

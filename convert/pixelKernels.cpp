@@ -50,7 +50,7 @@ struct PathTables {
     }
 };
 
-} // namespace
+}  // namespace
 
 const PixelKernels& pixelKernels()
 {
@@ -58,7 +58,4 @@ const PixelKernels& pixelKernels()
     return tables.byPath[static_cast<int>(kernelPath())];
 }
 
-const PixelKernels& referencePixelKernels()
-{
-    return plainKernels;
-}
+const PixelKernels& referencePixelKernels() { return plainKernels; }

@@ -53,8 +53,7 @@ inline unsigned lumaOf(const unsigned char* bgr)
 inline YCbCr yuvOf(const unsigned char* bgr)
 {
     const int b = bgr[0], g = bgr[1], r = bgr[2];
-    return {lumaOf(bgr),
-            static_cast<unsigned>(28800 * b - 9728 * r - 19072 * g + 8421376) >> 16,
+    return {lumaOf(bgr), static_cast<unsigned>(28800 * b - 9728 * r - 19072 * g + 8421376) >> 16,
             static_cast<unsigned>(28800 * r - 24064 * g - 4672 * b + 8421376) >> 16};
 }
 
@@ -167,27 +166,81 @@ void enlargeToYUV(uint32_t* src, int w, int h, int pixelSize, uint32_t* out, int
     }
 }
 
-} // namespace
+}  // namespace
 
 // The static workers: each runs the member worker of its name on the job.
-void FromToRGB::RGBtoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBtoSIR32part(part, parts); }
-void FromToRGB::SIR32toRGBpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIR32toRGBpart(part, parts); }
-void FromToRGB::RGBXtoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoSIR32part(part, parts); }
-void FromToRGB::SIR32toRGBXpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIR32toRGBXpart(part, parts); }
-void FromToRGB::RGBXtoSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoSIR32AlphaPart(part, parts); }
-void FromToRGB::YUVtoSIRYUVpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->YUVtoSIRYUVpart(part, parts); }
-void FromToRGB::SIRYUVtoYUVpart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->SIRYUVtoYUVpart(part, parts); }
-void FromToRGB::RGBXHalftoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalftoSIR32part(part, parts); }
-void FromToRGB::RGBHalftoSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBHalftoSIR32part(part, parts); }
-void FromToRGB::RGBXHalftoSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalftoSIR32AlphaPart(part, parts); }
-void FromToRGB::RGBXQuartToSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToSIR32part(part, parts); }
-void FromToRGB::RGBQuartToSIR32part(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBQuartToSIR32part(part, parts); }
-void FromToRGB::RGBXQuartToSIR32AlphaPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToSIR32AlphaPart(part, parts); }
-void FromToRGB::RGBXtoYUVFieldsPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXtoYUVFieldsPart(part, parts); }
-void FromToRGB::RGBXHalfToYUVFramePart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXHalfToYUVFramePart(part, parts); }
-void FromToRGB::RGBXQuartToYUVFramePart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToYUVFramePart(part, parts); }
-void FromToRGB::RGBXQuartToYUVFieldPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->RGBXQuartToYUVFieldPart(part, parts); }
-void FromToRGB::YUVtoYUVPart(void* job, int part, int parts) { static_cast<FromToRGB*>(job)->YUVtoYUVPart(part, parts); }
+void FromToRGB::RGBtoSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBtoSIR32part(part, parts);
+}
+void FromToRGB::SIR32toRGBpart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->SIR32toRGBpart(part, parts);
+}
+void FromToRGB::RGBXtoSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXtoSIR32part(part, parts);
+}
+void FromToRGB::SIR32toRGBXpart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->SIR32toRGBXpart(part, parts);
+}
+void FromToRGB::RGBXtoSIR32AlphaPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXtoSIR32AlphaPart(part, parts);
+}
+void FromToRGB::YUVtoSIRYUVpart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->YUVtoSIRYUVpart(part, parts);
+}
+void FromToRGB::SIRYUVtoYUVpart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->SIRYUVtoYUVpart(part, parts);
+}
+void FromToRGB::RGBXHalftoSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXHalftoSIR32part(part, parts);
+}
+void FromToRGB::RGBHalftoSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBHalftoSIR32part(part, parts);
+}
+void FromToRGB::RGBXHalftoSIR32AlphaPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXHalftoSIR32AlphaPart(part, parts);
+}
+void FromToRGB::RGBXQuartToSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXQuartToSIR32part(part, parts);
+}
+void FromToRGB::RGBQuartToSIR32part(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBQuartToSIR32part(part, parts);
+}
+void FromToRGB::RGBXQuartToSIR32AlphaPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXQuartToSIR32AlphaPart(part, parts);
+}
+void FromToRGB::RGBXtoYUVFieldsPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXtoYUVFieldsPart(part, parts);
+}
+void FromToRGB::RGBXHalfToYUVFramePart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXHalfToYUVFramePart(part, parts);
+}
+void FromToRGB::RGBXQuartToYUVFramePart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXQuartToYUVFramePart(part, parts);
+}
+void FromToRGB::RGBXQuartToYUVFieldPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->RGBXQuartToYUVFieldPart(part, parts);
+}
+void FromToRGB::YUVtoYUVPart(void* job, int part, int parts)
+{
+    static_cast<FromToRGB*>(job)->YUVtoYUVPart(part, parts);
+}
 
 // ---------------------------------------------------------------------------
 // Frame <-> SIR32 field pair
@@ -270,8 +323,8 @@ void FromToRGB::SIR32toRGBXpart(int, int)
         const ptrdiff_t line = sir32Line(y, height);
         if (line < 0)
             continue;
-        std::memcpy(rgbImage + static_cast<ptrdiff_t>(y) * width,
-                    fieldFor(y, oddField, evenField) + line * width, static_cast<size_t>(pixels) * 4);
+        std::memcpy(rgbImage + static_cast<ptrdiff_t>(y) * width, fieldFor(y, oddField, evenField) + line * width,
+                    static_cast<size_t>(pixels) * 4);
     }
 }
 
@@ -378,7 +431,7 @@ void enlargeStored(const FromToRGB& job, Stored kind, int repeat, int lines)
     });
 }
 
-} // namespace
+}  // namespace
 
 void FromToRGB::RGBXHalftoSIR32(uint32_t* field, uint32_t* image, int w, int h)
 {
@@ -416,35 +469,17 @@ void FromToRGB::RGBXQuartToSIR32Alpha(uint32_t* field, uint32_t* image, int w, i
         RGBXQuartToSIR32AlphaPart(this, 0, 1);
 }
 
-void FromToRGB::RGBXHalftoSIR32part(int, int)
-{
-    enlargeStored(*this, Stored::rgbx, 2, 1);
-}
+void FromToRGB::RGBXHalftoSIR32part(int, int) { enlargeStored(*this, Stored::rgbx, 2, 1); }
 
-void FromToRGB::RGBHalftoSIR32part(int, int)
-{
-    enlargeStored(*this, Stored::rgb, 2, 1);
-}
+void FromToRGB::RGBHalftoSIR32part(int, int) { enlargeStored(*this, Stored::rgb, 2, 1); }
 
-void FromToRGB::RGBXHalftoSIR32AlphaPart(int, int)
-{
-    enlargeStored(*this, Stored::alpha, 2, 1);
-}
+void FromToRGB::RGBXHalftoSIR32AlphaPart(int, int) { enlargeStored(*this, Stored::alpha, 2, 1); }
 
-void FromToRGB::RGBXQuartToSIR32part(int, int)
-{
-    enlargeStored(*this, Stored::rgbx, 4, 2);
-}
+void FromToRGB::RGBXQuartToSIR32part(int, int) { enlargeStored(*this, Stored::rgbx, 4, 2); }
 
-void FromToRGB::RGBQuartToSIR32part(int, int)
-{
-    enlargeStored(*this, Stored::rgb, 4, 2);
-}
+void FromToRGB::RGBQuartToSIR32part(int, int) { enlargeStored(*this, Stored::rgb, 4, 2); }
 
-void FromToRGB::RGBXQuartToSIR32AlphaPart(int, int)
-{
-    enlargeStored(*this, Stored::alpha, 4, 2);
-}
+void FromToRGB::RGBXQuartToSIR32AlphaPart(int, int) { enlargeStored(*this, Stored::alpha, 4, 2); }
 
 // ---------------------------------------------------------------------------
 // RGB -> YUV 4:2:2

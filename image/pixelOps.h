@@ -53,12 +53,9 @@ constexpr int32_t rOffset = -(128 * crToR + lumaOffset);
 constexpr int32_t gOffset = -(128 * crToG + 128 * cbToG + lumaOffset);
 constexpr int32_t bOffset = -(128 * cbToB + lumaOffset);
 static_assert(rOffset == -14614240 && gOffset == 8888992 && bOffset == -18152544, "offsets of the colour formulas");
-} // namespace yuvColour
+}  // namespace yuvColour
 
-inline unsigned char clampToByte(int32_t v)
-{
-    return static_cast<unsigned char>(v < 0 ? 0 : (v > 255 ? 255 : v));
-}
+inline unsigned char clampToByte(int32_t v) { return static_cast<unsigned char>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 
 // One YUV 4:2:2 word to one 24-bit pixel, written as the bytes B, G, R.
 inline void yuvWordToBgr(uint32_t word, unsigned char* bgr)
@@ -72,4 +69,4 @@ inline void yuvWordToBgr(uint32_t word, unsigned char* bgr)
     bgr[2] = clampToByte((crToR * cr + luma * s + rOffset) >> 16);
 }
 
-} // namespace
+}  // namespace

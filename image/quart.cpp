@@ -16,10 +16,7 @@ void* newMem(int size)
     return new (std::nothrow) char[static_cast<std::size_t>(size)];
 }
 
-void delMem(void* block)
-{
-    delete[] static_cast<char*>(block);
-}
+void delMem(void* block) { delete[] static_cast<char*>(block); }
 
 namespace {
 
@@ -48,7 +45,7 @@ void reduceYUV(ReducerRowKernel* row, int scale, const uint32_t* frame, int widt
         row(first + scale * k * stride, stride, out + (lines.rows - 1 - k) * outStride, outWidth);
 }
 
-} // namespace
+}  // namespace
 
 quart::ReducedLines quart::yuvReducedLines(int scale, int height)
 {
@@ -86,8 +83,14 @@ uint32_t* quart::zoomYUVtoHalfRGB(uint32_t* source_, int width_, int height_, ui
 }
 
 // The static workers: each runs the member worker of its name on the job.
-void quart::zoomYUVtoQuartRGBPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomYUVtoQuartRGBPart(part, parts); }
-void quart::zoomYUVtoHalfRGBPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomYUVtoHalfRGBPart(part, parts); }
+void quart::zoomYUVtoQuartRGBPart(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->zoomYUVtoQuartRGBPart(part, parts);
+}
+void quart::zoomYUVtoHalfRGBPart(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->zoomYUVtoHalfRGBPart(part, parts);
+}
 
 // Whole image, whatever the part.
 void quart::zoomYUVtoQuartRGBPart(int, int)

@@ -38,10 +38,7 @@ constexpr unsigned char byteAverage(unsigned a, unsigned b)
 }
 
 // Pixels of a w x h image, 0 when either side is empty or negative.
-int64_t pixelCount(int64_t w, int64_t h)
-{
-    return (w <= 0 || h <= 0) ? 0 : w * h;
-}
+int64_t pixelCount(int64_t w, int64_t h) { return (w <= 0 || h <= 0) ? 0 : w * h; }
 
 // A new image of `pixels` pixels of `bytesPerPixel` bytes, or null.
 void* newImage(int64_t pixels, int bytesPerPixel)
@@ -51,10 +48,7 @@ void* newImage(int64_t pixels, int bytesPerPixel)
     return newMem(static_cast<int>(pixels * bytesPerPixel));
 }
 
-uint32_t* newImage32(int64_t pixels)
-{
-    return static_cast<uint32_t*>(newImage(pixels, 4));
-}
+uint32_t* newImage32(int64_t pixels) { return static_cast<uint32_t*>(newImage(pixels, 4)); }
 
 // Per-lane sums over a block of pixels. Lanes are taken from the word's value
 // and put back the same way, so the byte order never shows.
@@ -104,17 +98,29 @@ void regroupLines(const uint32_t* source, uint32_t* destination, int width, int 
     }
 }
 
-} // namespace
+}  // namespace
 
 // The static workers: each runs the member worker of its name on the job.
 void quart::zoomtoquartPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtoquartPart(part, parts); }
 void quart::zoomtohalfPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfPart(part, parts); }
 void quart::zoomtohalfXPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfXPart(part, parts); }
 void quart::zoomtohalfYPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalfYPart(part, parts); }
-void quart::zoomtohalf24Part(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalf24Part(part, parts); }
-void quart::zoomtohalf24N4Part(void* job, int part, int parts) { static_cast<quart*>(job)->zoomtohalf24N4Part(part, parts); }
-void quart::correctNtscRatioPart(void* job, int part, int parts) { static_cast<quart*>(job)->correctNtscRatioPart(part, parts); }
-void quart::scaleXFourThirds(void* job, int part, int parts) { static_cast<quart*>(job)->scaleXFourThirds(part, parts); }
+void quart::zoomtohalf24Part(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->zoomtohalf24Part(part, parts);
+}
+void quart::zoomtohalf24N4Part(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->zoomtohalf24N4Part(part, parts);
+}
+void quart::correctNtscRatioPart(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->correctNtscRatioPart(part, parts);
+}
+void quart::scaleXFourThirds(void* job, int part, int parts)
+{
+    static_cast<quart*>(job)->scaleXFourThirds(part, parts);
+}
 void quart::zoomUpPart(void* job, int part, int parts) { static_cast<quart*>(job)->zoomUpPart(part, parts); }
 
 // ---------------------------------------------------------------------------
@@ -254,8 +260,8 @@ void quart::zoomtohalf24Part(int, int)
 {
     const int runs = width / 8;
     const int outH = height >> 1;
-    const ptrdiff_t inWords = 6 * static_cast<ptrdiff_t>(runs);  // 3 * width bytes
-    const ptrdiff_t outBytes = 12 * static_cast<ptrdiff_t>(runs); // 3 * (width >> 1) bytes
+    const ptrdiff_t inWords = 6 * static_cast<ptrdiff_t>(runs);    // 3 * width bytes
+    const ptrdiff_t outBytes = 12 * static_cast<ptrdiff_t>(runs);  // 3 * (width >> 1) bytes
     for (int k = 0; k < outH; ++k) {
         const uint32_t* upper = source + 2 * k * inWords;
         const uint32_t* lower = upper + inWords;

@@ -8,10 +8,7 @@
 
 namespace {
 
-inline __m256i load256(const uint32_t* words)
-{
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words));
-}
+inline __m256i load256(const uint32_t* words) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(words)); }
 
 inline __m256i laneAverage256(__m256i a, __m256i b)
 {
@@ -32,15 +29,18 @@ inline __m256i pairAverage256(const uint32_t* line)
 inline void convertAndStore(__m256i words, unsigned char* out)
 {
     using namespace split;
-    const __m256i chroma = _mm256_sub_epi16(_mm256_and_si256(words, _mm256_set1_epi32(0x00FF00FF)), _mm256_set1_epi16(128));
+    const __m256i chroma =
+        _mm256_sub_epi16(_mm256_and_si256(words, _mm256_set1_epi32(0x00FF00FF)), _mm256_set1_epi16(128));
     const __m256i lumas = _mm256_srli_epi16(words, 8);
     const __m256i s = _mm256_madd_epi16(lumas, _mm256_set1_epi16(1));
-    const __m256i base = _mm256_sub_epi32(_mm256_madd_epi16(lumas, _mm256_set1_epi16(lumaRest)), _mm256_set1_epi32(lumaOffset));
+    const __m256i base =
+        _mm256_sub_epi32(_mm256_madd_epi16(lumas, _mm256_set1_epi16(lumaRest)), _mm256_set1_epi32(lumaOffset));
     const __m256i cr = _mm256_srai_epi32(chroma, 16);
     const __m256i cb = _mm256_srai_epi32(_mm256_slli_epi32(chroma, 16), 16);
     auto colour = [&](int pair, __m256i whole) {
-        return _mm256_add_epi32(_mm256_srai_epi32(_mm256_add_epi32(base, _mm256_madd_epi16(chroma, _mm256_set1_epi32(pair))), 16),
-                                _mm256_add_epi32(s, whole));
+        return _mm256_add_epi32(
+            _mm256_srai_epi32(_mm256_add_epi32(base, _mm256_madd_epi16(chroma, _mm256_set1_epi32(pair))), 16),
+            _mm256_add_epi32(s, whole));
     };
     const __m256i r = colour(crPairR, _mm256_add_epi32(cr, cr));
     const __m256i g = colour(crPairG, _mm256_sub_epi32(_mm256_setzero_si256(), cr));
@@ -49,9 +49,10 @@ inline void convertAndStore(__m256i words, unsigned char* out)
     // Per half: B0..B3 G0..G3 R0..R3 R0..R3, then shuffled to B G R x4 in
     // 12 bytes and the halves closed up.
     const __m256i bytes = _mm256_packus_epi16(_mm256_packs_epi32(b, g), _mm256_packs_epi32(r, r));
-    const __m256i order = _mm256_setr_epi8(0, 4, 8, 1, 5, 9, 2, 6, 10, 3, 7, 11, -1, -1, -1, -1,
-                                           0, 4, 8, 1, 5, 9, 2, 6, 10, 3, 7, 11, -1, -1, -1, -1);
-    const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(bytes, order), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+    const __m256i order = _mm256_setr_epi8(0, 4, 8, 1, 5, 9, 2, 6, 10, 3, 7, 11, -1, -1, -1, -1, 0, 4, 8, 1, 5, 9, 2, 6,
+                                           10, 3, 7, 11, -1, -1, -1, -1);
+    const __m256i packed =
+        _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(bytes, order), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(packed));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(packed, 1));
 }
@@ -76,9 +77,6 @@ struct Rows256 {
     }
 };
 
-} // namespace
+}  // namespace
 
-void addAvx2Reducers(PixelKernels& table)
-{
-    addVectorRows<Rows256, Rows128>(table);
-}
+void addAvx2Reducers(PixelKernels& table) { addVectorRows<Rows256, Rows128>(table); }

@@ -9,17 +9,11 @@
 
 namespace {
 
-inline uint8x16_t load16(const uint32_t* words)
-{
-    return vld1q_u8(reinterpret_cast<const uint8_t*>(words));
-}
+inline uint8x16_t load16(const uint32_t* words) { return vld1q_u8(reinterpret_cast<const uint8_t*>(words)); }
 
 // Lane average with the earlier operand rounded up (see laneAverage): the
 // rounding halving add of a and b with its low bit cleared.
-inline uint8x16_t laneAverage16(uint8x16_t a, uint8x16_t b)
-{
-    return vrhaddq_u8(a, vandq_u8(b, vdupq_n_u8(0xFE)));
-}
+inline uint8x16_t laneAverage16(uint8x16_t a, uint8x16_t b) { return vrhaddq_u8(a, vandq_u8(b, vdupq_n_u8(0xFE))); }
 
 // Words 2j and 2j + 1 of one line for four pixels, averaged.
 inline uint8x16_t pairAverage16(const uint32_t* line)
@@ -86,9 +80,6 @@ struct Rows8 {
     }
 };
 
-} // namespace
+}  // namespace
 
-void addNeonReducers(PixelKernels& table)
-{
-    addVectorRows<Rows8>(table);
-}
+void addNeonReducers(PixelKernels& table) { addVectorRows<Rows8>(table); }

@@ -39,9 +39,8 @@ inline void halfRowPlain(const uint32_t* lines, std::ptrdiff_t stride, unsigned 
 template <class Wide, class Narrow, bool Quarter>
 void vectorRow(const uint32_t* lines, std::ptrdiff_t stride, unsigned char* out, int pixels)
 {
-    const int j = vectorSteps<Wide, Narrow>(pixels, [&](auto step, int at) {
-        decltype(step)::template row<Quarter>(lines, stride, at, out);
-    });
+    const int j = vectorSteps<Wide, Narrow>(
+        pixels, [&](auto step, int at) { decltype(step)::template row<Quarter>(lines, stride, at, out); });
     if constexpr (Quarter)
         quartRowPlain(lines, stride, out, j, pixels);
     else
@@ -55,4 +54,4 @@ void addVectorRows(PixelKernels& table)
     table.halfRow = &vectorRow<Wide, Narrow, false>;
 }
 
-} // namespace
+}  // namespace

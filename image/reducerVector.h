@@ -30,12 +30,9 @@ static_assert(lumaRest >= -32768 && crToRRest >= -32768 && crToGRest < 32768 && 
 constexpr int crPairR = static_cast<int>(static_cast<uint32_t>(crToRRest) << 16);
 constexpr int crPairG = static_cast<int>((static_cast<uint32_t>(crToGRest) << 16) | static_cast<uint16_t>(cbToG));
 constexpr int cbPairB = cbToBRest;
-} // namespace split
+}  // namespace split
 
-inline __m128i load128(const uint32_t* words)
-{
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(words));
-}
+inline __m128i load128(const uint32_t* words) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(words)); }
 
 // Lane average with the earlier operand rounded up: with the low bit of the
 // later operand b cleared, ceil(a / 2) + floor(b / 2) is the rounded-up mean
@@ -113,4 +110,4 @@ struct Rows128 {
     }
 };
 
-} // namespace
+}  // namespace

@@ -46,10 +46,10 @@ void convertAndReduce(Convert& converter, quart& reducer, uint32_t* palFrame, ui
     converter.ConvertLines(converted, ntscLines);
 }
 
-} // namespace
+}  // namespace
 
-void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, int width, int palLines,
-             int ntscLines, int scale, int palSlot, int ntscSlot, int reducedSlot)
+void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, int width, int palLines, int ntscLines,
+             int scale, int palSlot, int ntscSlot, int reducedSlot)
 {
     float fieldMode = 1.0f;
     Convert converter(width, ntscLines, 1, &fieldMode);

@@ -5,5 +5,5 @@
 // at the start of each slot is written.
 #pragma once
 
-void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, int width, int palLines,
-             int ntscLines, int scale, int palSlot, int ntscSlot, int reducedSlot);
+void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, int width, int palLines, int ntscLines,
+             int scale, int palSlot, int ntscSlot, int reducedSlot);

@@ -27,7 +27,7 @@ KernelPath detect()
     return KernelPath::reference;
 }
 
-} // namespace
+}  // namespace
 
 KernelPath bestKernelPath()
 {
@@ -58,17 +58,8 @@ const char* kernelPathName(KernelPath path)
     return names[static_cast<int>(path)];
 }
 
-const char* activeKernelPath()
-{
-    return kernelPathName(kernelPath());
-}
+const char* activeKernelPath() { return kernelPathName(kernelPath()); }
 
-void setReferenceKernels(bool forced)
-{
-    limitKernelPath(forced ? KernelPath::reference : highestPath);
-}
+void setReferenceKernels(bool forced) { limitKernelPath(forced ? KernelPath::reference : highestPath); }
 
-void limitKernelPath(KernelPath highest)
-{
-    highestAllowed.store(static_cast<int>(highest), std::memory_order_relaxed);
-}
+void limitKernelPath(KernelPath highest) { highestAllowed.store(static_cast<int>(highest), std::memory_order_relaxed); }

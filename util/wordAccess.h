@@ -19,7 +19,4 @@ inline uint32_t loadWord(const void* at)
     return word;
 }
 
-inline void storeWord(void* at, uint32_t word)
-{
-    std::memcpy(at, &word, sizeof word);
-}
+inline void storeWord(void* at, uint32_t word) { std::memcpy(at, &word, sizeof word); }

@@ -24,7 +24,7 @@ std::vector<unsigned char> placedRGB(int w, int h)
 
 uint32_t* words(std::vector<unsigned char>& v) { return reinterpret_cast<uint32_t*>(v.data()); }
 
-} // namespace
+}  // namespace
 
 // Three lines stored bottom line first, as 24-bit pixels (blue, green, red)
 // and as RGBX ones (X, blue, green, red); each pixel pair takes Cb and Cr
@@ -33,15 +33,17 @@ TEST(YuvColour, PrimariesChromaFromTheLeftPixelAndPictureTurnedUpright)
 {
     const uint32_t R = 0xFF0000, G = 0xFF00, B = 0xFF, K = 0, W = 0xFFFFFF;
     const uint32_t stored[] = {R, B, B, G, W, K, G, G, K, W, W, W};
-    const std::vector<uint32_t> upright = {wordOf(128, 16, 128, 235), white, wordOf(128, 235, 128, 16),
-                                           wordOf(54, 144, 34, 144), wordOf(0x5A51F029), wordOf(240, 41, 110, 144)};
+    const std::vector<uint32_t> upright = {wordOf(128, 16, 128, 235), white,
+                                           wordOf(128, 235, 128, 16), wordOf(54, 144, 34, 144),
+                                           wordOf(0x5A51F029),        wordOf(240, 41, 110, 144)};
     FromToRGB f;
     for (int size : {3, 4}) {
         std::vector<unsigned char> src;
         for (uint32_t p : stored) {
             if (size == 4)
                 src.push_back(0xEE);
-            src.insert(src.end(), {static_cast<unsigned char>(p), static_cast<unsigned char>(p >> 8), static_cast<unsigned char>(p >> 16)});
+            src.insert(src.end(), {static_cast<unsigned char>(p), static_cast<unsigned char>(p >> 8),
+                                   static_cast<unsigned char>(p >> 16)});
         }
         Guarded<> frame(6);
         f.RGBXtoYUVFrame(words(src), 4, 3, size, frame.data());
@@ -70,15 +72,15 @@ TEST(YuvEnlarge, QuarterFrameOf180x121)
 
 TEST(FieldPair, SIR32LinesAreBottomUpInTheirFieldAndPartialGroupsAreLeft)
 {
-    const int w = 6, h = 4; // 6 pixels: one group of 4, pixels 4 and 5 untouched
+    const int w = 6, h = 4;  // 6 pixels: one group of 4, pixels 4 and 5 untouched
     std::vector<unsigned char> rgb = placedRGB(w, h);
     Guarded<> odd(std::size_t(w) * 2), even(std::size_t(w) * 2);
     FromToRGB f;
     f.RGBtoSIR32(odd.data(), even.data(), words(rgb), w, h);
-    EXPECT_EQ(even[w + 1], wordOf(255, 1, 0, 7)); // frame line 0 -> even line 1
-    EXPECT_EQ(even[2], wordOf(255, 2, 2, 7));     // frame line 2 -> even line 0
-    EXPECT_EQ(odd[w + 3], wordOf(255, 3, 1, 7));  // frame line 1 -> odd line 1
-    EXPECT_EQ(odd[0], wordOf(255, 0, 3, 7));      // frame line 3 -> odd line 0
+    EXPECT_EQ(even[w + 1], wordOf(255, 1, 0, 7));  // frame line 0 -> even line 1
+    EXPECT_EQ(even[2], wordOf(255, 2, 2, 7));      // frame line 2 -> even line 0
+    EXPECT_EQ(odd[w + 3], wordOf(255, 3, 1, 7));   // frame line 1 -> odd line 1
+    EXPECT_EQ(odd[0], wordOf(255, 0, 3, 7));       // frame line 3 -> odd line 0
     EXPECT_EQ(odd[4], S);
     EXPECT_EQ(even[w + 5], S);
     EXPECT_TRUE(odd.guardsIntact() && even.guardsIntact());
@@ -132,7 +134,7 @@ TEST(YuvFrames, BlackFillInWholeRuns)
 TEST(AnyByte, ConversionsGiveTheSameBytesAtEveryOffset)
 {
     const int w = 16, h = 6;
-    using Conversion = void (*)(FromToRGB&, uint32_t* in, uint32_t* first, uint32_t* second);
+    using Conversion = void (*)(FromToRGB&, uint32_t * in, uint32_t * first, uint32_t * second);
     const Conversion cases[] = {
         [](FromToRGB& f, uint32_t* in, uint32_t* a, uint32_t* b) { f.RGBtoSIR32(a, b, in, w, h); },
         [](FromToRGB& f, uint32_t* in, uint32_t* a, uint32_t* b) { f.RGBXtoSIR32Alpha(a, b, in, w, h); },

@@ -48,7 +48,7 @@ Image greys(Image levels)
     return levels;
 }
 
-} // namespace
+}  // namespace
 
 // Quarters are rounded lane averages, the NTSC quarter and the third are
 // truncated means. 722 x 486 leaves two lines and two pixels over: one of
@@ -83,7 +83,7 @@ TEST(Reductions, QuartersAndThird)
     Image nine(81, 10 * 0x01010101u);
     nine[4 * 9 + 4] = wordOf(10, 19, 10, 10);
     Image third(9, 10 * 0x01010101u);
-    third[4] = wordOf(10, 11, 10, 10); // (8 x 10 + 19) / 9
+    third[4] = wordOf(10, 11, 10, 10);  // (8 x 10 + 19) / 9
     EXPECT_EQ(Owned(q.zoomtothird(nine.data(), 9, 9)).first(9), third);
 }
 
@@ -117,7 +117,10 @@ TEST(Half24, WordAndBytePaths)
     quart q;
     const int h = 4;
     std::vector<unsigned char> in = randomBytes(std::size_t(3) * 722 * h + 1, 7);
-    const struct { int w, offset; bool wordPath; } cases[] = {{720, 0, true}, {722, 0, false}, {720, 1, false}};
+    const struct {
+        int w, offset;
+        bool wordPath;
+    } cases[] = {{720, 0, true}, {722, 0, false}, {720, 1, false}};
     for (const auto [w, offset, wordPath] : cases) {
         unsigned char* src = in.data() + offset;
         Owned out(q.zoomtohalf24(reinterpret_cast<uint32_t*>(src), w, h));
@@ -180,16 +183,18 @@ TEST(AnyByte, OperationsGiveTheSameImageFromEveryOffset)
 {
     const int w = 27, h = 14;
     const std::vector<unsigned char> in = randomBytes(std::size_t(4) * w * h, 13);
-    const struct { uint32_t* (*run)(quart&, uint32_t*); int pixels; } cases[] = {
-        {[](quart& q, uint32_t* s) { return q.zoomtoquart(s, w, h); }, (w / 4) * (h / 4)},
-        {[](quart& q, uint32_t* s) { return q.zoomtohalf(s, w, h); }, (w / 2) * (h / 2)},
-        {[](quart& q, uint32_t* s) { return q.zoomtohalfX(s, w, h); }, (w / 2) * h},
-        {[](quart& q, uint32_t* s) { return q.zoomtohalfY(s, w, h); }, w * (h / 2)},
-        {[](quart& q, uint32_t* s) { return q.zoomtothird(s, w, h); }, (w / 3) * (h / 3)},
-        {[](quart& q, uint32_t* s) { return q.zoomtoquartNTSC(s, w, h); }, (2 * w / 9) * (h / 4)},
-        {[](quart& q, uint32_t* s) { return q.correctNtscRatio(s, w, h); }, (w / 9 * 8) * h},
-        {[](quart& q, uint32_t* s) { return q.scaleXFourThirds(s, w, h); }, (w / 3 * 4) * h},
-        {[](quart& q, uint32_t* s) { return q.zoomUp(s, w, h, 2); }, 4 * w * h}};
+    const struct {
+        uint32_t* (*run)(quart&, uint32_t*);
+        int pixels;
+    } cases[] = {{[](quart& q, uint32_t* s) { return q.zoomtoquart(s, w, h); }, (w / 4) * (h / 4)},
+                 {[](quart& q, uint32_t* s) { return q.zoomtohalf(s, w, h); }, (w / 2) * (h / 2)},
+                 {[](quart& q, uint32_t* s) { return q.zoomtohalfX(s, w, h); }, (w / 2) * h},
+                 {[](quart& q, uint32_t* s) { return q.zoomtohalfY(s, w, h); }, w * (h / 2)},
+                 {[](quart& q, uint32_t* s) { return q.zoomtothird(s, w, h); }, (w / 3) * (h / 3)},
+                 {[](quart& q, uint32_t* s) { return q.zoomtoquartNTSC(s, w, h); }, (2 * w / 9) * (h / 4)},
+                 {[](quart& q, uint32_t* s) { return q.correctNtscRatio(s, w, h); }, (w / 9 * 8) * h},
+                 {[](quart& q, uint32_t* s) { return q.scaleXFourThirds(s, w, h); }, (w / 3 * 4) * h},
+                 {[](quart& q, uint32_t* s) { return q.zoomUp(s, w, h, 2); }, 4 * w * h}};
     for (std::size_t c = 0; c < std::size(cases); ++c) {
         Image want;
         for (int offset : {0, 1, 2, 3}) {

@@ -15,7 +15,9 @@ TEST(KernelSelection, BestPathMatchesTheCpu)
 {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
-    EXPECT_EQ(bestKernelPath(), __builtin_cpu_supports("avx2") ? KernelPath::avx2 : __builtin_cpu_supports("sse2") ? KernelPath::sse2 : KernelPath::reference);
+    EXPECT_EQ(bestKernelPath(), __builtin_cpu_supports("avx2")   ? KernelPath::avx2
+                                : __builtin_cpu_supports("sse2") ? KernelPath::sse2
+                                                                 : KernelPath::reference);
 #elif defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
     EXPECT_EQ(bestKernelPath(), KernelPath::neon);
 #else
@@ -28,12 +30,16 @@ TEST(KernelSelection, BestPathMatchesTheCpu)
 // of the second line and never reads the first (null here).
 TEST_P(KernelPaths, ExampleWords)
 {
-    const struct { int k; uint32_t first, second, want; } cases[] = {
-        {0, 0x80108020, 0x10EB10EB, 0x10EB10EB}, {1, 0x80108020, 0x10EB10EB, 0x10EA10EA}, {64, 0x80108020, 0x10EB10EB, 0x2CB42CB8},
-        {128, 0x80108020, 0x10EB10EB, 0x487D4885}, {43, 0x80108020, 0x10EB10EB, 0x22C622C8}, {1, 0xFF00FF00, 0x00FF00FF, 0x00FE00FE},
-        {43, 0xFF00FF00, 0x00FF00FF, 0x2AD42AD4}, {64, 0xFF00FF00, 0x00FF00FF, 0x3FBF3FBF}, {128, 0xFF00FF00, 0x00FF00FF, 0x7F7F7F7F},
-        {1, 0x00FF0000, 0, 0}, {128, 0x00FF0000, 0, 0x007F0000}, {1, 0, 0x000000FF, 0x000000FE}, {128, 0, 0x000000FF, 0x0000007F},
-        {127, 0x01000000, 0, 0}};
+    const struct {
+        int k;
+        uint32_t first, second, want;
+    } cases[] = {{0, 0x80108020, 0x10EB10EB, 0x10EB10EB},   {1, 0x80108020, 0x10EB10EB, 0x10EA10EA},
+                 {64, 0x80108020, 0x10EB10EB, 0x2CB42CB8},  {128, 0x80108020, 0x10EB10EB, 0x487D4885},
+                 {43, 0x80108020, 0x10EB10EB, 0x22C622C8},  {1, 0xFF00FF00, 0x00FF00FF, 0x00FE00FE},
+                 {43, 0xFF00FF00, 0x00FF00FF, 0x2AD42AD4},  {64, 0xFF00FF00, 0x00FF00FF, 0x3FBF3FBF},
+                 {128, 0xFF00FF00, 0x00FF00FF, 0x7F7F7F7F}, {1, 0x00FF0000, 0, 0},
+                 {128, 0x00FF0000, 0, 0x007F0000},          {1, 0, 0x000000FF, 0x000000FE},
+                 {128, 0, 0x000000FF, 0x0000007F},          {127, 0x01000000, 0, 0}};
     constexpr int words = 45;
     for (const auto& c : cases) {
         std::vector<uint32_t> first(words, wordOf(c.first)), second(words, wordOf(c.second)), out(words, 0);
@@ -82,16 +88,19 @@ std::pair<int, int> mapLine(int y, int hin, int hout, bool field)
 
 TEST(LineMap, PalToNtscExamples)
 {
-    const struct { bool field; int y, a, w; } cases[] = {
-        {true, 0, 1, 0}, {true, 1, 0, 128}, {true, 2, 1, 175}, {true, 3, 2, 175}, {true, 4, 3, 222}, {true, 5, 4, 222},
-        {true, 6, 7, 14}, {true, 7, 8, 14}, {true, 482, 571, 33}, {true, 483, 572, 33}, {true, 484, 573, 80}, {true, 485, 574, 0},
-        {false, 0, 0, 0}, {false, 1, 1, 47}, {false, 2, 2, 94}, {false, 485, 574, 208}};
+    const struct {
+        bool field;
+        int y, a, w;
+    } cases[] = {{true, 0, 1, 0},      {true, 1, 0, 128},    {true, 2, 1, 175},    {true, 3, 2, 175},
+                 {true, 4, 3, 222},    {true, 5, 4, 222},    {true, 6, 7, 14},     {true, 7, 8, 14},
+                 {true, 482, 571, 33}, {true, 483, 572, 33}, {true, 484, 573, 80}, {true, 485, 574, 0},
+                 {false, 0, 0, 0},     {false, 1, 1, 47},    {false, 2, 2, 94},    {false, 485, 574, 208}};
     for (const auto& c : cases)
         EXPECT_EQ(mapLine(c.y, 576, 486, c.field), std::make_pair(c.a, c.w)) << c.y << (c.field ? " field" : " frame");
     std::set<int> weights;
     for (int y = 0; y < 486; ++y)
         weights.insert(mapLine(y, 576, 486, true).second);
-    EXPECT_EQ(weights, (std::set<int>{0, 4, 14, 23, 33, 42, 52, 61, 71, 80, 90, 99, 109, 118,
+    EXPECT_EQ(weights, (std::set<int>{0,   4,   14,  23,  33,  42,  52,  61,  71,  80,  90,  99,  109, 118,
                                       128, 137, 146, 156, 165, 175, 184, 194, 203, 213, 222, 232, 241, 251}));
 }
 
@@ -104,7 +113,7 @@ TEST_P(KernelPaths, OutputFollowsTheMapInBothModes)
 {
     std::mt19937 rng(11);
     const int sizes[][3] = {{720, 576, 486}, {720, 45, 486}, {720, 567, 486}, {46, 486, 486}, {19, 577, 486},
-                            {10, 2, 5},     {8, 3, 7},       {16, 1000, 37}, {722, 576, 480}};
+                            {10, 2, 5},      {8, 3, 7},      {16, 1000, 37},  {722, 576, 480}};
     for (const auto& size : sizes) {
         const int words = size[0] >> 1, hin = size[1], hout = size[2];
         std::vector<uint32_t> in = randomWords(rng, std::size_t(words) * hin), out(std::size_t(words) * hout);
@@ -181,15 +190,18 @@ TEST_P(KernelPaths, BlockSlotsOfAnySize)
         // The frames' NTSC and reduced pictures, made in slots `extra` bytes
         // longer than the pictures.
         auto pictures = [&](int extra) {
-            const int palSlot = palPicture + extra, ntscSlot = ntscPicture + extra, reducedSlot = reducedPicture + extra;
-            std::vector<unsigned char> palBlock(frames * palSlot), ntsc(frames * ntscSlot), reduced(frames * reducedSlot), all;
+            const int palSlot = palPicture + extra, ntscSlot = ntscPicture + extra,
+                      reducedSlot = reducedPicture + extra;
+            std::vector<unsigned char> palBlock(frames * palSlot), ntsc(frames * ntscSlot),
+                reduced(frames * reducedSlot), all;
             for (int i = 0; i < frames; ++i)
                 std::copy_n(&pal[i * palPicture], palPicture, &palBlock[i * palSlot]);
-            convert(palBlock.data(), ntsc.data(), scale == 3 ? nullptr : reduced.data(), frames, width, palLines, ntscLines,
-                    scale, palSlot, ntscSlot, reducedSlot);
+            convert(palBlock.data(), ntsc.data(), scale == 3 ? nullptr : reduced.data(), frames, width, palLines,
+                    ntscLines, scale, palSlot, ntscSlot, reducedSlot);
             for (int i = 0; i < frames; ++i) {
                 all.insert(all.end(), ntsc.begin() + i * ntscSlot, ntsc.begin() + i * ntscSlot + ntscPicture);
-                all.insert(all.end(), reduced.begin() + i * reducedSlot, reduced.begin() + i * reducedSlot + reducedPicture);
+                all.insert(all.end(), reduced.begin() + i * reducedSlot,
+                           reduced.begin() + i * reducedSlot + reducedPicture);
             }
             return all;
         };
@@ -199,11 +211,13 @@ TEST_P(KernelPaths, BlockSlotsOfAnySize)
 
 // Every kernel-path test of the suite, from all its files, on the paths of
 // this machine's family; one the CPU lacks is skipped.
-const KernelPath familyPaths[] = {KernelPath::reference,
+const KernelPath familyPaths[] = {
+    KernelPath::reference,
 #if defined(__x86_64__) || defined(__i386__)
-                                  KernelPath::sse2, KernelPath::avx2,
+    KernelPath::sse2,
+    KernelPath::avx2,
 #elif defined(__aarch64__)
-                                  KernelPath::neon,
+    KernelPath::neon,
 #endif
 };
 INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::ValuesIn(familyPaths),
@@ -219,7 +233,8 @@ TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
     std::mt19937 rng(8);
     const int sizes[][3] = {{720, 576, 486}, {720, 576, 487}, {722, 300, 485}, {37, 100, 84}, {16, 20, 7}, {8, 8, 3}};
     for (const auto& [width, palLines, ntscLines] : sizes) {
-        const std::size_t palSlot = 4 * std::size_t(width >> 1) * palLines + 64, ntscPicture = 4 * std::size_t(width >> 1) * ntscLines;
+        const std::size_t palSlot = 4 * std::size_t(width >> 1) * palLines + 64,
+                          ntscPicture = 4 * std::size_t(width >> 1) * ntscLines;
         const std::size_t ntscSlot = ntscPicture + 68;
         std::vector<uint32_t> pal = randomWords(rng, palSlot / 2);
         for (int scale : {4, 2, 3}) {
@@ -227,7 +242,8 @@ TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
             const std::size_t reducedPicture = scale == 3 ? 0 : 3 * std::size_t(width / scale) * (ntscLines / scale),
                               reducedSlot = (reducedPicture + 23) / 4 * 4;
             Guarded<unsigned char> ntsc(2 * ntscSlot), reduced(2 * reducedSlot);
-            convert(pal.data(), ntsc.data(), reduced.data(), 0, width, palLines, ntscLines, scale, int(palSlot), int(ntscSlot), int(reducedSlot));
+            convert(pal.data(), ntsc.data(), reduced.data(), 0, width, palLines, ntscLines, scale, int(palSlot),
+                    int(ntscSlot), int(reducedSlot));
             ASSERT_TRUE(ntsc.unwritten(0, 2 * ntscSlot) && reduced.unwritten(0, 2 * reducedSlot));
             // Each slot as its own frame alone gives it, the rest unwritten.
             std::vector<unsigned char> wantNtsc = ntsc.contents(), wantReduced = reduced.contents();
@@ -241,11 +257,12 @@ TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
                 std::memcpy(&wantNtsc[i * ntscSlot], ntscFrame.data(), ntscPicture);
                 std::memcpy(&wantReduced[i * reducedSlot], reducedFrame.data(), reducedPicture);
             }
-            convert(pal.data(), ntsc.data(), reduced.data(), 2, width, palLines, ntscLines, scale, int(palSlot), int(ntscSlot), int(reducedSlot));
+            convert(pal.data(), ntsc.data(), reduced.data(), 2, width, palLines, ntscLines, scale, int(palSlot),
+                    int(ntscSlot), int(reducedSlot));
             EXPECT_TRUE(ntsc.contents() == wantNtsc && reduced.contents() == wantReduced && ntsc.guardsIntact() &&
                         reduced.guardsIntact());
         }
     }
 }
 
-} // namespace
+}  // namespace

@@ -20,8 +20,11 @@
 // (image/pixelOps.h) and wordOf(0x80108020) both lie in memory as
 // 80 10 80 20 on any machine.
 namespace {
-inline uint32_t wordOf(uint32_t bytesInOrder) { return wordOf(bytesInOrder >> 24, bytesInOrder >> 16, bytesInOrder >> 8, bytesInOrder); }
-} // namespace
+inline uint32_t wordOf(uint32_t bytesInOrder)
+{
+    return wordOf(bytesInOrder >> 24, bytesInOrder >> 16, bytesInOrder >> 8, bytesInOrder);
+}
+}  // namespace
 
 inline std::array<unsigned, 4> bytesOf(uint32_t word)
 {

@@ -25,11 +25,14 @@ Bytes reduce(bool quarter, std::vector<uint32_t>& frame, int width, int height)
 TEST_P(KernelPaths, ColourAndAveragingExamples)
 {
     // Words of even and odd lines (half reducer) or columns (quarter reducer).
-    const struct { bool quarter; uint32_t first, second; Bytes bgr; } cases[] = {
-        {false, 0x80108010, 0x80108010, {0, 0, 0}}, {false, 0x80EB80EB, 0x80EB80EB, {255, 255, 255}},
-        {false, 0x8051F051, 0x8051F051, {75, 0, 254}}, {true, 0x8051F051, 0x8051F051, {75, 0, 254}},
-        {false, 0x80C980C9, 0x80648064, {157, 157, 157}}, {false, 0x80648064, 0x80C980C9, {156, 156, 156}},
-        {true, 0x80C980C9, 0x80648064, {157, 157, 157}}, {true, 0x80648064, 0x80C980C9, {156, 156, 156}}};
+    const struct {
+        bool quarter;
+        uint32_t first, second;
+        Bytes bgr;
+    } cases[] = {{false, 0x80108010, 0x80108010, {0, 0, 0}},       {false, 0x80EB80EB, 0x80EB80EB, {255, 255, 255}},
+                 {false, 0x8051F051, 0x8051F051, {75, 0, 254}},    {true, 0x8051F051, 0x8051F051, {75, 0, 254}},
+                 {false, 0x80C980C9, 0x80648064, {157, 157, 157}}, {false, 0x80648064, 0x80C980C9, {156, 156, 156}},
+                 {true, 0x80C980C9, 0x80648064, {157, 157, 157}},  {true, 0x80648064, 0x80C980C9, {156, 156, 156}}};
     const int width = 76, height = 4;
     for (const auto& c : cases) {
         std::vector<uint32_t> frame(width / 2 * height);
@@ -74,9 +77,10 @@ TEST_P(KernelPaths, ReducersMatchTheReference)
                 setReferenceKernels(true);
                 const Bytes reference = reduce(quarter, frame, width, height);
                 limitKernelPath(GetParam());
-                ASSERT_EQ(reduce(quarter, frame, width, height), reference) << (quarter ? "quarter " : "half ") << width << "x" << height;
+                ASSERT_EQ(reduce(quarter, frame, width, height), reference)
+                    << (quarter ? "quarter " : "half ") << width << "x" << height;
             }
         }
 }
 
-} // namespace
+}  // namespace
