@@ -52,8 +52,8 @@ static int builtForThisMachine(const char* path)
     return machine == THIS_MACHINE;
 }
 
-int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
-                const posix_spawnattr_t* attr, char* const argv[], char* const envp[])
+int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions, const posix_spawnattr_t* attr,
+                char* const argv[], char* const envp[])
 {
     SpawnFn* real = (SpawnFn*)dlsym(RTLD_NEXT, "posix_spawn");
     const char* emulator = getenv("PAL2NTSC_QEMU");
