@@ -154,47 +154,6 @@ TEST_F(Conversion, EightRunsAtOnceWithOddNamesGiveTheSameOutputs)
     EXPECT_EQ(tsupport::HashFile(input), tsupport::HashFile(Input()));
 }
 
-TEST_F(Conversion, LinksDirectoriesAndFifosAreRefusedWithAMessage)
-{
-    const std::string toInput = dir / "to-input", hardLink = dir / "hard-link", dangling = dir / "dangling",
-                      nowhere = dir / "nowhere.clip", subdir = dir / "a directory", fifo = dir / "fifo",
-                      ntsc = dir / "ntsc.clip", missing = dir / "no such dir/ntsc.clip";
-    ASSERT_EQ(symlink(Input().c_str(), toInput.c_str()) | link(Input().c_str(), hardLink.c_str()) |
-                  symlink(nowhere.c_str(), dangling.c_str()) | mkdir(subdir.c_str(), 0755) | mkfifo(fifo.c_str(), 0644),
-              0);
-    const std::string sameNtsc = "PAL file and NTSC file are the same\n";
-    const std::string cannotReplace = " [vXfsFile::OpenForReading]\nUnable to check existing file for writting "
-                                      "[vXfsFile::OpenForWriting]\nUnable to open NTSC file\n";
-    struct Case {
-        std::vector<std::string> args;
-        std::string out, err = "";
-    };
-    for (const Case& c : std::vector<Case>{
-             {{"-P", Input(), "-N", toInput}, sameNtsc},
-             {{"-P", Input(), "-N", hardLink}, sameNtsc},
-             {{"-P", Input(), "-N", ntsc, "-n", hardLink}, "PAL file and scaled file are the same\n"},
-             {{"-P", Input(), "-N", dangling}, kInfo + "NTSC file " + dangling + " is a broken symbolic link\n"},
-             {{"-P", Input(), "-N", ntsc, "-n", dangling},
-              kInfo + "Scaled file " + dangling + " is a broken symbolic link\n"},
-             {{"-P", subdir, "-N", ntsc},
-              subdir + " is a directory [vXfsFile::OpenForReading]\nUnable to open PAL file\n"},
-             {{"-P", fifo, "-N", ntsc},
-              fifo + " is not a regular file [vXfsFile::OpenForReading]\nUnable to open PAL file\n"},
-             {{"-P", Input(), "-N", subdir}, kInfo + subdir + " is a directory" + cannotReplace},
-             {{"-P", Input(), "-N", fifo}, kInfo + fifo + " is not a regular file" + cannotReplace},
-             {{"-P", Input(), "-N", missing},
-              kInfo + "Unable to open NTSC file\n",
-              missing + ": No such file or directory\n"},
-         }) {
-        SCOPED_TRACE(c.args[1] + " -> " + c.args.back());
-        const tsupport::RunResult r = Tool(c.args);
-        EXPECT_EQ(std::make_tuple(r.status, r.out, r.err), std::make_tuple(0, c.out, c.err));
-        EXPECT_FALSE(fs::exists(fs::symlink_status(nowhere))) << "written through a dangling link";
-        EXPECT_FALSE(fs::exists(fs::symlink_status(ntsc)));
-        EXPECT_TRUE(fs::is_empty(subdir));
-    }
-}
-
 #ifndef PAL2NTSC_SANITIZED
 TEST_F(Conversion, WholeRunIsCleanUnderValgrind)
 {

@@ -16,7 +16,9 @@ std::map<std::string, uint64_t> Files(const std::string& dir)
 {
     std::map<std::string, uint64_t> files;
     for (const auto& entry : std::filesystem::directory_iterator(dir))
-        files[entry.path().filename()] = entry.is_symlink() ? 0 : entry.is_directory() ? 1 : HashFile(entry.path());
+        files[entry.path().filename()] = entry.is_symlink() || entry.is_fifo() ? 0
+                                         : entry.is_directory()                ? 1
+                                                                               : HashFile(entry.path());
     return files;
 }
 
@@ -37,7 +39,10 @@ TEST(Refusal, MessageAndEveryFileLeftAsItWas)
     WriteClip(dir / "cutpad.clip", Header(12, 720, 576), 1, slot * 8 + 720 * 576 * 2);
     WriteClip(dir / "preserved.clip", Header(3, 16, 4, 1008, 25.0, 1, 0), 5);  // neither output's format
     ASSERT_EQ(symlink((dir / "elsewhere.clip").c_str(), (dir / "dangling").c_str()), 0);
-    ASSERT_EQ(mkdir((dir / "sub").c_str(), 0700), 0);
+    const std::string sub = dir / "sub", fifo = dir / "fifo";
+    ASSERT_EQ(mkdir(sub.c_str(), 0700) | mkfifo(fifo.c_str(), 0600) | symlink(pal.c_str(), (dir / "to-pal").c_str()) |
+                  link(pal.c_str(), (dir / "hard-link").c_str()),
+              0);
     const auto files = Files(dir.Path());
 
     // What the clip store says of a file it cannot read as a clip.
@@ -47,6 +52,8 @@ TEST(Refusal, MessageAndEveryFileLeftAsItWas)
     const std::string notClip = unreadable(keep + " is not a Vetra xfs file.", keep), noframe = dir / "noframe.clip";
     const std::string unwritable =
         info + notClip + "Unable to check existing file for writting [vXfsFile::OpenForWriting]\n";
+    const std::string cannotReplace = " [vXfsFile::OpenForReading]\nUnable to check existing file for writting "
+                                      "[vXfsFile::OpenForWriting]\nUnable to open NTSC file\n";
     const std::string aligned = " is not supported for the block buffers (use a power of two)\n";
     // The rows that get to open the NTSC clip make it in sub/.
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
