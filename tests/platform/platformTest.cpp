@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <vector>
 
 #include "platform/dmParams.h"
 
@@ -11,26 +12,25 @@ TEST(DmParams, FrameSizeByPacking)
         int width, height, packing;
         size_t size;
     };
-    for (const Case& c : {
-             Case{720, 576, 1008, 829440},
-             Case{720, 486, 1008, 699840},
-             Case{180, 121, 1000, 65340},
-             Case{10, 10, 1005, 100},
-             Case{10, 10, 2001, 400},
-             Case{10, 10, 3002, 150},
-             Case{10, 10, 11001, 600},
-             Case{10, 10, 11002, 400},
-             Case{10, 10, 1092, 200},
-             // Unknown packings and empty sizes have none.
-             Case{720, 576, 0, 0},
-             Case{720, 576, 1012, 0},
-             Case{0, 576, 1008, 0},
-             Case{720, -1, 1008, 0},
-             // The largest size an int holds, and sizes past it.
-             Case{INT_MAX, 1, 1005, INT_MAX},
-             Case{65536, 32768, 1008, 0},
-             Case{INT_MAX, INT_MAX, 11001, 0},
-         }) {
+    std::vector<Case> cases = {
+        Case{720, 576, 1008, 829440},
+        Case{720, 486, 1008, 699840},
+        Case{180, 121, 1000, 65340},
+        // Unknown packings and empty sizes have none.
+        Case{720, 576, 0, 0},
+        Case{720, 576, 1012, 0},
+        Case{0, 576, 1008, 0},
+        Case{720, -1, 1008, 0},
+        // The largest size an int holds, and sizes past it.
+        Case{INT_MAX, 1, 1005, INT_MAX},
+        Case{65536, 32768, 1008, 0},
+        Case{INT_MAX, INT_MAX, 11001, 0},
+    };
+    // Bytes of a 10 x 10 frame in each of the other packings.
+    const int tenByTen[][2] = {{1005, 100}, {2001, 400}, {3002, 150}, {11001, 600}, {11002, 400}, {1092, 200}};
+    for (const auto& [packing, bytes] : tenByTen)
+        cases.push_back(Case{10, 10, packing, size_t(bytes)});
+    for (const Case& c : cases) {
         DMparams* p = nullptr;
         dmParamsCreate(&p);
         dmParamsSetInt(p, DM_IMAGE_WIDTH, c.width);
