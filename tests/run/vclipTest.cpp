@@ -5,7 +5,7 @@
 #include <set>
 
 #include "tests/run/vclipInProcess.h"
-#include "tool/vclip/arguments.h"
+#include "tool/vclip/commands.h"
 
 #ifdef HAVE_ZLIB
 #include <zlib.h>
@@ -56,6 +56,13 @@ TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
     EXPECT_EQ(ReadFile(text), "not a clip");
     EXPECT_EQ(VclipInProcess({"bars", clip, "--frames", "2", "--width", "32", "--height", "8"}).status, 0);
     EXPECT_EQ(ReadFile(clip).substr(0, 44), Encoded(Header(2, 32, 8)));
+
+    // "--name=value", and "--" before an operand that looks like an option.
+    EXPECT_EQ(VclipInProcess({"bars", "--frames=1", "--width=32", "--height=8", "--", clip}).status, 0);
+    EXPECT_EQ(ReadFile(clip).substr(0, 44), Encoded(Header(1, 32, 8)));
+    EXPECT_EQ(VclipInProcess({"bars", "--force=1", clip}).err, "vclip: option --force takes no value\n");
+    EXPECT_EQ(VclipInProcess({"bars", "--frames=", clip}).err, "vclip: bad frame count ''\n");
+    EXPECT_EQ(VclipInProcess({"info", "--", "--help"}).err, "vclip: --help: No such file or directory\n");
 }
 
 TEST(Vclip, Y4mImportAndExportRoundTrip)
@@ -204,16 +211,15 @@ TEST(Vclip, HelpVersionAndManualPageSayTheSame)
 {
     const std::string page = ReadFile(PAL2NTSC_SOURCE_DIR "/man/vclip.1");
     ASSERT_FALSE(page.empty());
-    for (const std::string command : {"info", "bars", "import", "export"}) {
+    for (const Command& row : vclipCommands()) {
+        const std::string command = row.name;
         SCOPED_TRACE(command);
         const RunResult help = VclipInProcess({"help", command}), asked = VclipInProcess({command, "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_EQ(help.out.rfind("Usage: vclip " + command, 0), 0u) << help.out;
         EXPECT_EQ(help.out, asked.out);
         const std::set<std::string> named = LongOptionsIn(help.out);
-        const CommandOptions* known = optionsOf(command);
-        ASSERT_NE(known, nullptr);
-        for (const auto& list : {known->values, known->flags})
+        for (const auto& list : {row.options.values, row.options.flags})
             for (const std::string& option : list)
                 EXPECT_EQ(named.count(option), 1u) << "--" << option << " is not in the help text";
         const std::string section = ManSection(page, ".SS \"vclip " + command + "\"");

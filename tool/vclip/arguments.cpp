@@ -13,42 +13,40 @@ bool listed(const std::vector<std::string>& names, const std::string& name)
 
 }  // namespace
 
-const CommandOptions* optionsOf(const std::string& command)
-{
-    static const std::map<std::string, CommandOptions> kOptions = {
-        {"info", {}},
-        {"bars", {{"frames", "width", "height"}, {"force"}}},
-        {"import", {{"uyvy", "y4m", "width", "height", "rate"}, {"force"}}},
-        {"export", {{"y4m", "frame", "image"}, {"force"}}},
-    };
-    const auto found = kOptions.find(command);
-    return found == kOptions.end() ? nullptr : &found->second;
-}
-
 Arguments parseArguments(int argc, char** argv, int from, const CommandOptions& known)
 {
     Arguments args;
+    bool operandsOnly = false;
     for (int i = from; i < argc; ++i) {
         const std::string word = argv[i];
-        if (word == "--help" || word == "-h") {
+        if (operandsOnly || word.compare(0, 2, "--") != 0) {
+            if (word == "-h" && !operandsOnly)
+                args.help = true;
+            else
+                args.operands.push_back(word);
+        } else if (word == "--") {
+            operandsOnly = true;
+        } else if (word == "--help") {
             args.help = true;
-        } else if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
-            const std::string name = word.substr(2);
-            if (listed(known.flags, name)) {
+        } else {
+            const size_t equals = word.find('=');
+            const std::string name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
+            if (listed(known.flags, name) && equals == std::string::npos) {
                 args.flags.insert(name);
-                continue;
-            }
-            if (!listed(known.values, name)) {
-                args.error = "unknown option " + word;
+            } else if (listed(known.flags, name)) {
+                args.error = "option --" + name + " takes no value";
                 return args;
-            }
-            if (i + 1 >= argc) {
+            } else if (!listed(known.values, name)) {
+                args.error = "unknown option --" + name;
+                return args;
+            } else if (equals != std::string::npos) {
+                args.options[name] = word.substr(equals + 1);
+            } else if (i + 1 >= argc) {
                 args.error = "option " + word + " needs a value";
                 return args;
+            } else {
+                args.options[name] = argv[++i];
             }
-            args.options[name] = argv[++i];
-        } else {
-            args.operands.push_back(word);
         }
     }
     return args;

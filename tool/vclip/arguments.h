@@ -26,12 +26,12 @@ struct CommandOptions {
     std::vector<std::string> flags;   // options that stand alone
 };
 
-// The options `command` takes; null for a command vclip does not have.
-const CommandOptions* optionsOf(const std::string& command);
-
-// Splits argv[from..argc) by the options a command knows. "--help" and
-// "-h" anywhere ask for the command's help; an unknown option, or one
-// missing its value, is an error.
+// Splits argv[from..argc) by the options a command knows. An option's
+// value follows it as the next word or after '=' ("--frames=3"). A word
+// that does not start with "--" is an operand ("-" too: standard input or
+// output), and so is every word after "--".
+// "--help" and "-h" before "--" ask for the command's help; an unknown
+// option, one missing its value, or a value given to a flag is an error.
 Arguments parseArguments(int argc, char** argv, int from, const CommandOptions& known);
 
 // A whole decimal number in [low, high].

@@ -1,8 +1,21 @@
 // vclip bars: a PAL test clip of colour bars, a luma ramp and a box that
 // shows whether a conversion kept the two fields apart.
 #include "tool/vclip/commands.h"
+#include "tool/vclip/help.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
+
+std::string barsHelp()
+{
+    return "Usage: vclip bars OUT [--frames N] [--width W] [--height H] [--force]\n"
+           "Writes a PAL test clip (YUV 4:2:2, packing 1008, 25 frames a second, top field\n"
+           "first): 75% colour bars in studio range, a luma ramp, and a white box that is\n"
+           "further right in the odd lines than in the even ones, so that a conversion that\n"
+           "mixes the two fields shows a doubled box. Defaults: 25 frames, 720x576.\n" +
+           replacesText("An existing OUT is replaced only when it is empty or a replaceable clip;\n") +
+           "A replaceable clip is replaced in place; any other file only once the new clip\n"
+           "is complete.\n";
+}
 
 int commandBars(const Arguments& args)
 {

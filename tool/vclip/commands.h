@@ -1,19 +1,42 @@
-// vclip's commands, each in a file of its own. Each takes the parsed
-// arguments of its command line and returns the exit status: 0 when done,
-// 1 after its error line on standard error.
+// vclip's commands: one table row each (name, run function, options, help),
+// the command itself in a file of its own. Each run function takes the
+// parsed arguments of its command line and returns the exit status: 0 when
+// done, 1 after its error line on standard error.
+//
+// A new command is a file with its run and help functions, their two
+// declarations below, and one row in the table (commandTable.cpp).
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "platform/fileIdentity.h"
 #include "tool/vclip/arguments.h"
 #include "tool/vclip/clipAccess.h"
 
+struct Command {
+    const char* name;
+    int (*run)(const Arguments& args);
+    CommandOptions options;
+    std::string (*help)();  // the command's whole help text
+    const char* overview;   // its lines in 'vclip --help', each ending in a line end
+};
+
+// Every command, in the order the overview lists them.
+const std::vector<Command>& vclipCommands();
+
+// The command called `name`; null for a command vclip does not have.
+const Command* findCommand(const std::string& name);
+
 int commandInfo(const Arguments& args);
+std::string infoHelp();
 int commandBars(const Arguments& args);
+std::string barsHelp();
 int commandImport(const Arguments& args);
+std::string importHelp();
 int commandExport(const Arguments& args);
+std::string exportHelp();
 
 // Largest width or height of a picture vclip makes.
 constexpr int kMaxSide = 16384;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tool/vclip/commands.h"
+#include "tool/vclip/help.h"
 #include "tool/vclip/imageFiles.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
@@ -114,6 +115,21 @@ int exportImage(vXfsFile& clip, const char* clipPath, const std::string& outPath
 }
 
 }  // namespace
+
+std::string exportHelp()
+{
+    return "Usage: vclip export CLIP --y4m OUT.y4m [--force]\n"
+           "       vclip export CLIP --frame N --image OUT.png|OUT.ppm|OUT.bmp [--force]\n"
+           "Writes a 4:2:2 clip as a YUV4MPEG2 stream (C422, rate from the header or\n"
+           "25:1, interlacing from the header), or one frame (N from 0) of a 4:2:2\n"
+           "clip or of a reduced 24-bit RGB clip as a picture (BT.601 studio range\n"
+           "to full-range RGB for 4:2:2). The kind of picture follows OUT's ending.\n"
+           "Frames the file does not hold in full are refused before anything is written.\n"
+           "OUT is written beside its place and put there only when complete, so a\n"
+           "failed export leaves what was there as it was.\n" +
+           replacesText("An existing OUT is replaced only when it is empty, a YUV4MPEG2 stream (for\n"
+                        "--y4m) or a picture of the kind its ending names (for --image);\n");
+}
 
 int commandExport(const Arguments& args)
 {

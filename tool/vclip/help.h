@@ -1,11 +1,13 @@
-// vclip's help texts: the overview, and one text per command. The manual
-// page says the same things; keep the two in step.
+// vclip's help texts: the overview, built from the command table, and the
+// pieces the commands' own texts share. The manual page says the same
+// things; keep the two in step.
 #pragma once
 
 #include <string>
 
 // The overview: every command in one line or two.
-const char* mainHelp();
+std::string mainHelp();
 
-// The help text of `command`; null for a command vclip does not have.
-const std::string* helpOf(const std::string& command);
+// What every command that writes says about what it writes over, after
+// the lines that name its own kind of output.
+std::string replacesText(const std::string& ownKind);

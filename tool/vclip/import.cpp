@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tool/vclip/commands.h"
+#include "tool/vclip/help.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
 #include "tool/vclip/y4m.h"
@@ -120,6 +121,20 @@ int importY4m(const Arguments& args)
 }
 
 }  // namespace
+
+std::string importHelp()
+{
+    return "Usage: vclip import --uyvy RAW --width W --height H [--rate R] [--force] OUT\n"
+           "       vclip import --y4m IN.y4m [--force] OUT\n"
+           "Makes a YUV 4:2:2 clip (packing 1008). RAW holds whole frames of bytes\n"
+           "Cb Y0 Cr Y1, top line first (rate 25 unless given). IN.y4m must be a\n"
+           "YUV4MPEG2 stream in C422; its rate and interlacing go into the header\n"
+           "(It: 1 top field first, Ib: 2 bottom field first, otherwise 0). The whole\n"
+           "stream is checked before OUT is touched: a FRAME line that is malformed,\n"
+           "longer than 4096 characters or carries a tag other than X, a cut-off FRAME\n"
+           "line and a last frame cut short are errors naming the frame (counted from 0).\n" +
+           replacesText("An existing OUT is replaced only when it is empty or a replaceable clip;\n");
+}
 
 int commandImport(const Arguments& args)
 {

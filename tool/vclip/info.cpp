@@ -4,6 +4,7 @@
 
 #include "clipfile/vXfsFile.h"
 #include "tool/vclip/commands.h"
+#include "tool/vclip/help.h"
 #include "tool/vclip/messages.h"
 
 namespace {
@@ -31,6 +32,18 @@ void printCompleteness(int32_t frames, int64_t present)
 }
 
 }  // namespace
+
+std::string infoHelp()
+{
+    return "Usage: vclip info CLIP\n"
+           "Prints every header field of CLIP (version, frame count, block size, replaceable,\n"
+           "width, height, packing, rate, interlacing), its frame slot, data offset and file\n"
+           "size, and whether the file really holds the frames its header counts: a frame\n"
+           "counts only when its picture is written data in the file (not past the end, not\n"
+           "a hole, not space only reserved), so a clip a failed run left shows as\n"
+           "\"complete: no, K of N frames present\". A negative frame count is reported as\n"
+           "not valid.\n";
+}
 
 int commandInfo(const Arguments& args)
 {

@@ -1,0 +1,38 @@
+#include "tool/vclip/commands.h"
+
+const std::vector<Command>& vclipCommands()
+{
+    static const std::vector<Command> kCommands = {
+        {"info",
+         commandInfo,
+         {},
+         infoHelp,
+         "  info CLIP                         show the header and how many frames are present\n"},
+        {"bars",
+         commandBars,
+         {{"frames", "width", "height"}, {"force"}},
+         barsHelp,
+         "  bars OUT [options]                make a PAL test clip of colour bars\n"},
+        {"import",
+         commandImport,
+         {{"uyvy", "y4m", "width", "height", "rate"}, {"force"}},
+         importHelp,
+         "  import --uyvy RAW --width W --height H OUT\n"
+         "  import --y4m IN.y4m OUT           make a 4:2:2 clip from raw UYVY or YUV4MPEG2 4:2:2\n"},
+        {"export",
+         commandExport,
+         {{"y4m", "frame", "image"}, {"force"}},
+         exportHelp,
+         "  export CLIP --y4m OUT.y4m         write a 4:2:2 clip as YUV4MPEG2\n"
+         "  export CLIP --frame N --image OUT write one frame as .png, .ppm or .bmp\n"},
+    };
+    return kCommands;
+}
+
+const Command* findCommand(const std::string& name)
+{
+    for (const Command& command : vclipCommands())
+        if (name == command.name)
+            return &command;
+    return nullptr;
+}
