@@ -395,7 +395,7 @@ bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32
     if (!examineDestination(name, OutputKind::Clip, rules, destination))
         return false;
     const Destination::Holds holds = destination.holds;
-    aside = holds == Destination::Holds::Empty || holds == Destination::Holds::OtherKind;
+    aside = streamed || holds == Destination::Holds::Empty || holds == Destination::Holds::OtherKind;
     writtenAt = aside ? nameBeside(destination.target) : name;
 
     clip.SetName(writtenAt.c_str());
@@ -421,7 +421,7 @@ bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32
         return report("%s is a preserved clip; it is left as it is", name.c_str());
     }
     const FileIdentity claimed = clip.Identity();
-    const bool replacing = holds == Destination::Holds::OwnKind;
+    const bool replacing = holds == Destination::Holds::OwnKind && !aside;
     if (replacing ? !fsSameFile(claimed, destination.found) : fsSameFile(claimed, identityOfName(writtenAt))) {
         clip.DropClaim();
         return report("%s changed while it was examined; it is left as it is", name.c_str());
@@ -440,6 +440,20 @@ bool ClipOutput::Create(const std::string& name, const ClipFormat& format, int32
     if (aside)
         fchmod(clip.Descriptor(), destination.found.known ? destination.mode : newFileMode());
     return true;
+}
+
+bool ClipOutput::CreateForStream(const std::string& name, const ClipFormat& format, const OutputRules& rules)
+{
+    streamed = true;
+    return Create(name, format, 0, rules);
+}
+
+bool ClipOutput::Finish(int32_t frames)
+{
+    clip.SetImageLenght(frames);
+    if (frames != 0 && !clip.IOCtl(XFS_CHANGE_NUM_FRAMES, reinterpret_cast<void*>(static_cast<intptr_t>(frames))))
+        return report("%s: unable to write the frame count into the header", destination.name.c_str());
+    return Finish();
 }
 
 bool ClipOutput::WriteFrame(int frame, FrameBuffer& buffer)
@@ -473,8 +487,24 @@ FileOutput::~FileOutput()
         removeIfOurs(asideName, made);
 }
 
+bool FileOutput::BeginStandardOutput(const OutputRules& rules)
+{
+    destination.name = "standard output";
+    if (isatty(STDOUT_FILENO) == 1)
+        return report("standard output is a terminal; pipe it into a program (ffmpeg -f yuv4mpegpipe -i - ...) "
+                      "or name a file");
+    const FileIdentity out = fsIdentityOf(STDOUT_FILENO);
+    for (const FileIdentity& input : rules.inputs)
+        if (fsSameFile(out, input))
+            return report("standard output is the input file; nothing written");
+    toStandardOutput = true;
+    return true;
+}
+
 bool FileOutput::Begin(const std::string& name, OutputKind kind, const OutputRules& rules)
 {
+    if (name == "-" && kind == OutputKind::Y4m)
+        return BeginStandardOutput(rules);
     if (!examineDestination(name, kind, rules, destination))
         return false;
     const std::string& target = destination.target;
@@ -502,8 +532,9 @@ bool FileOutput::Begin(const std::string& name, OutputKind kind, const OutputRul
 bool FileOutput::Write(const void* data, size_t bytes)
 {
     const auto* from = static_cast<const uint8_t*>(data);
+    const int fd = toStandardOutput ? STDOUT_FILENO : file.Get();
     while (bytes > 0) {
-        const ssize_t r = write(file.Get(), from, bytes);
+        const ssize_t r = write(fd, from, bytes);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0)
@@ -516,6 +547,8 @@ bool FileOutput::Write(const void* data, size_t bytes)
 
 bool FileOutput::Finish()
 {
+    if (toStandardOutput)
+        return finished = true;
     if (fsync(file.Get()) != 0)
         return reportErrno(destination.name, errno);
     if (asideName.empty()) {

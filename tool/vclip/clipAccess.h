@@ -105,15 +105,17 @@ bool examineDestination(const std::string& name, OutputKind kind, const OutputRu
 // with the frames written so far (and says so: its count is the full one).
 class ClipOutput {
 public:
-    ClipOutput() = default;
     ~ClipOutput();
-    ClipOutput(const ClipOutput&) = delete;
-    ClipOutput& operator=(const ClipOutput&) = delete;
 
     bool Create(const std::string& name, const ClipFormat& format, int32_t frames, const OutputRules& rules);
+    // A clip for a stream whose length is known only at its end: always
+    // made beside its destination, so that a stream that fails half way
+    // leaves the destination as it was; Finish(frames) gives the count.
+    bool CreateForStream(const std::string& name, const ClipFormat& format, const OutputRules& rules);
     vXfsFile& Clip() { return clip; }
     bool WriteFrame(int frame, FrameBuffer& buffer);
     bool Finish();
+    bool Finish(int32_t frames);
 
 private:
     vXfsFile clip;
@@ -121,27 +123,30 @@ private:
     std::string writtenAt;  // the name the clip has while it is written
     FileIdentity made;      // the clip file this run created, if it did
     bool aside = false;
+    bool streamed = false;
     bool finished = false;
 };
 
 // A whole file (a y4m stream, a picture) written beside its destination,
 // nameless where the file system allows, and put in place by Finish once
-// complete and flushed. Unfinished, it vanishes.
+// complete and flushed. Unfinished, it vanishes. A stream may instead go to
+// standard output (the name "-"), as it is written; it must not be a
+// terminal, nor one of the files the run reads.
 class FileOutput {
 public:
-    FileOutput() = default;
     ~FileOutput();
-    FileOutput(const FileOutput&) = delete;
-    FileOutput& operator=(const FileOutput&) = delete;
 
     bool Begin(const std::string& name, OutputKind kind, const OutputRules& rules);
     bool Write(const void* data, size_t bytes);
     bool Finish();
 
 private:
+    bool BeginStandardOutput(const OutputRules& rules);
+
     Destination destination;
     UniqueFd file;
     std::string asideName;  // the file's temporary name; empty while nameless
     FileIdentity made;
+    bool toStandardOutput = false;
     bool finished = false;
 };

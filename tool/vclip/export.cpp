@@ -10,7 +10,7 @@
 #include "tool/vclip/imageFiles.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
-#include "tool/vclip/y4m.h"
+#include "tool/vclip/y4mStream.h"
 
 namespace {
 
@@ -30,30 +30,6 @@ Y4mHeader y4mHeaderOf(vXfsFile& clip)
     return header;
 }
 
-// Every frame of the clip, each in one write: its FRAME line, then its
-// planes.
-bool writeY4mFrames(vXfsFile& clip, const char* clipPath, const Y4mHeader& header, FileOutput& out)
-{
-    // Every frame is in the file, so the buffers are no larger than it.
-    FrameBuffer frame(clip.ImageSize());
-    if (frame.size() == 0) {
-        failure("out of memory");
-        return false;
-    }
-    const std::string mark = "FRAME\n";
-    const auto planeBytes = static_cast<size_t>(rawFrameBytes(header.width, header.height));
-    std::vector<uint8_t> chunk(mark.size() + planeBytes);
-    std::copy(mark.begin(), mark.end(), chunk.begin());
-    for (int i = 0; i < clip.GetNumFrames(); ++i) {
-        if (!readFrame(clip, clipPath, i, frame))
-            return false;
-        packedToPlanar(frame.data(), header.width, header.height, chunk.data() + mark.size());
-        if (!out.Write(chunk.data(), chunk.size()))
-            return false;
-    }
-    return true;
-}
-
 int exportY4m(vXfsFile& clip, const char* clipPath, const std::string& outPath, const OutputRules& rules)
 {
     if (clip.GetImageFormat() != DM_IMAGE_PACKING_CbYCrY)
@@ -71,14 +47,24 @@ int exportY4m(vXfsFile& clip, const char* clipPath, const std::string& outPath, 
 
     const Y4mHeader header = y4mHeaderOf(clip);
     FileOutput out;
-    if (!out.Begin(outPath, OutputKind::Y4m, rules))
+    Y4mStreamWriter writer(out);
+    if (!out.Begin(outPath, OutputKind::Y4m, rules) || !writer.Begin(header))
         return 1;
-    const std::string head = formatY4mHeader(header);
-    if (!out.Write(head.data(), head.size()))
-        return 1;
-    if (frames > 0 && !writeY4mFrames(clip, clipPath, header, out))
-        return 1;
-    return out.Finish() ? 0 : 1;
+    if (frames > 0) {
+        // Every frame is in the file, so the buffers are no larger than it.
+        FrameBuffer frame(clip.ImageSize());
+        std::vector<uint8_t> planes(y4mFrameBytes(header));
+        if (frame.size() == 0)
+            return failure("out of memory");
+        for (int i = 0; i < frames; ++i) {
+            if (!readFrame(clip, clipPath, i, frame))
+                return 1;
+            packedToPlanar(frame.data(), header.width, header.height, planes.data());
+            if (!writer.Frame(planes.data()))
+                return 1;
+        }
+    }
+    return writer.End() ? 0 : 1;
 }
 
 OutputKind outputKindOf(ImageKind kind)

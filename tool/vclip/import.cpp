@@ -9,7 +9,7 @@
 #include "tool/vclip/help.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
-#include "tool/vclip/y4m.h"
+#include "tool/vclip/y4mStream.h"
 
 namespace {
 
@@ -61,63 +61,64 @@ int importUyvy(const Arguments& args)
     return out.Finish() ? 0 : 1;
 }
 
-// Reads the stream's header and walks every frame to the last byte of the
-// file: the clip is made only from a stream found whole.
-int checkY4m(const std::string& path, Y4mReader& reader, Y4mHeader& header, int64_t& frames)
-{
-    std::string error;
-    if (!reader.ReadHeader(header, error))
-        return failure("%s: %s", path.c_str(), error.c_str());
-    if (header.colour != "422")
-        return failure("%s: colour space C%s (only C422 is taken)", path.c_str(), header.colour.c_str());
-    if (header.width % 2 != 0 || header.width > kMaxSide || header.height > kMaxSide)
-        return failure("%s: unsupported picture size %dx%d (even widths up to %d, heights up to %d)", path.c_str(),
-                       header.width, header.height, kMaxSide, kMaxSide);
-    if (!reader.CountFrames(rawFrameBytes(header.width, header.height), INT32_MAX, frames, error))
-        return failure("%s: %s", path.c_str(), error.c_str());
-    return 0;
-}
+// Frames of a stream into a clip made beside its destination, put in place
+// once the stream has ended whole.
+class ClipSink : public Y4mSink {
+public:
+    ClipSink(const std::string& name, const OutputRules& rules) : name_(name), rules_(rules) {}
+
+    bool Begin(const Y4mHeader& header) override
+    {
+        header_ = header;
+        ClipFormat format;
+        format.width = header.width;
+        format.height = header.height;
+        format.rate = header.rateDen > 0 ? double(header.rateNum) / header.rateDen : 25.0;
+        format.interlacing = interlacingFromTag(header.interlacing);
+        return out_.CreateForStream(name_, format, rules_);
+    }
+
+    bool Frame(const uint8_t* planes) override
+    {
+        if (frames_ == INT32_MAX) {
+            failure("%s: more than %d frames for one clip", name_.c_str(), INT32_MAX);
+            return false;
+        }
+        // Made with the first frame, once its bytes are all there.
+        if (frame_.size() == 0)
+            frame_ = FrameBuffer(out_.Clip().ImageSize());
+        if (frame_.size() == 0) {
+            failure("out of memory");
+            return false;
+        }
+        planarToPacked(planes, header_.width, header_.height, frame_.data());
+        return out_.WriteFrame(frames_++, frame_);
+    }
+
+    bool End() override { return out_.Finish(frames_); }
+
+private:
+    std::string name_;
+    OutputRules rules_;
+    Y4mHeader header_;
+    ClipOutput out_;
+    FrameBuffer frame_{0};
+    int32_t frames_ = 0;
+};
 
 int importY4m(const Arguments& args)
 {
-    const std::string& path = args.Get("y4m");
-    UniqueFd in;
-    int64_t size = 0;
-    if (!openInput(path, "a YUV4MPEG2 stream", in, size))
+    UniqueFd file;
+    int input = -1;
+    std::string shownName;
+    if (!openY4mInput(args.Get("y4m"), file, input, shownName))
         return 1;
-    Y4mReader reader(in.Get(), size);
+    Y4mStreamReader reader(input, shownName);
     Y4mHeader header;
-    int64_t frames = 0;
-    if (checkY4m(path, reader, header, frames) != 0)
+    if (!reader.ReadHeader(header))
         return 1;
-
-    ClipFormat format;
-    format.width = header.width;
-    format.height = header.height;
-    format.rate = header.rateDen > 0 ? double(header.rateNum) / header.rateDen : 25.0;
-    format.interlacing = interlacingFromTag(header.interlacing);
-    ClipOutput out;
-    if (!out.Create(args.operands[0], format, static_cast<int32_t>(frames),
-                    outputRules(args, {fsIdentityOf(in.Get())})))
-        return 1;
-    if (frames > 0) {
-        // Every frame was found whole in the file: the buffers are no larger
-        // than what it holds.
-        const int64_t frameBytes = rawFrameBytes(header.width, header.height);
-        FrameBuffer frame(out.Clip().ImageSize());
-        std::vector<uint8_t> planes(static_cast<size_t>(frameBytes));
-        if (frame.size() == 0)
-            return failure("out of memory");
-        std::string error;
-        for (int i = 0; i < frames; ++i) {
-            if (!reader.ReadFrame(i, frameBytes, planes.data(), error))
-                return failure("%s: %s", path.c_str(), error.c_str());
-            planarToPacked(planes.data(), header.width, header.height, frame.data());
-            if (!out.WriteFrame(i, frame))
-                return 1;
-        }
-    }
-    return out.Finish() ? 0 : 1;
+    ClipSink sink(args.operands[0], outputRules(args, {fsIdentityOf(input)}));
+    return reader.Pump(sink) ? 0 : 1;
 }
 
 }  // namespace
