@@ -1,0 +1,130 @@
+#include "convert/motionSearch.h"
+
+#include <cstdlib>
+
+#include "convert/motionKernels.h"
+
+namespace {
+
+// A little cost per pixel of length, so that flat areas keep no motion.
+constexpr unsigned lengthCost = 2;
+constexpr int coarseRangeX = 6;  // quarter pixels
+constexpr int coarseRangeY = 3;
+
+unsigned lengthPenalty(MotionVector v) { return lengthCost * unsigned(std::abs(v.x) + std::abs(v.y)) / 2; }
+
+MotionVector clampVector(MotionVector v)
+{
+    v.x = v.x < -maxVectorX ? -maxVectorX : (v.x > maxVectorX ? maxVectorX : v.x);
+    v.y = v.y < -maxVectorY ? -maxVectorY : (v.y > maxVectorY ? maxVectorY : v.y);
+    return v;
+}
+
+// Floor of a half-pixel value in whole pixels.
+int wholePart(int half) { return half >= 0 ? half / 2 : -((1 - half) / 2); }
+
+// Difference of block (x, y) of a from b moved by v, any half-pixel v.
+unsigned blockDifference(const Plane& a, const Plane& b, int x, int y, MotionVector v)
+{
+    const int wx = wholePart(v.x), wy = wholePart(v.y);
+    const uint8_t* pa = a.row(y) + x;
+    const uint8_t* pb = b.row(y + wy) + x + wx;
+    if ((v.x | v.y) & 1)
+        return sad8x8Half(pa, a.stride, pb, b.stride, v.x & 1, v.y & 1);
+    return sad8x8(pa, a.stride, pb, b.stride);
+}
+
+struct Best {
+    MotionVector v;
+    unsigned cost;
+    unsigned difference;
+};
+
+void consider(const Plane& a, const Plane& b, int x, int y, MotionVector v, Best& best)
+{
+    v = clampVector(v);
+    const unsigned difference = blockDifference(a, b, x, y, v);
+    const unsigned cost = difference + lengthPenalty(v);
+    if (cost < best.cost)
+        best = {v, cost, difference};
+}
+
+// Steps of `step` half pixels around the best until none is better.
+void refine(const Plane& a, const Plane& b, int x, int y, int step, int rounds, Best& best)
+{
+    for (int round = 0; round < rounds; ++round) {
+        const MotionVector centre = best.v;
+        for (int dy = -step; dy <= step; dy += step)
+            for (int dx = -step; dx <= step; dx += step)
+                if (dx || dy)
+                    consider(a, b, x, y, {centre.x + dx, centre.y + dy}, best);
+        if (best.v == centre)
+            break;
+    }
+}
+
+}  // namespace
+
+void shapeMotion(MotionField& coarse, MotionField& fine, int width, int height)
+{
+    coarse.columns = (width + areaSize - 1) / areaSize;
+    coarse.rows = (height + areaSize - 1) / areaSize;
+    fine.columns = (width + blockSize - 1) / blockSize;
+    fine.rows = (height + blockSize - 1) / blockSize;
+    for (MotionField* f : {&coarse, &fine}) {
+        f->vectors.assign(static_cast<std::size_t>(f->columns * f->rows), MotionVector{});
+        f->costs.assign(f->vectors.size(), 0);
+    }
+}
+
+void searchCoarse(const FieldPicture& a, const FieldPicture& b, MotionField& coarse, int from, int to)
+{
+    const Plane& qa = a.quarter;
+    const Plane& qb = b.quarter;
+    for (int row = from; row < to; ++row)
+        for (int column = 0; column < coarse.columns; ++column) {
+            // An 8 x 8 window of quarter pixels centred on the 4 x 4 area.
+            const int x = column * 4 - 2, y = row * 4 - 2;
+            Best best{{}, ~0u, 0};
+            for (int vy = -coarseRangeY; vy <= coarseRangeY; ++vy)
+                for (int vx = -coarseRangeX; vx <= coarseRangeX; ++vx) {
+                    const unsigned difference = sad8x8(qa.row(y) + x, qa.stride, qb.row(y + vy) + x + vx, qb.stride);
+                    const unsigned cost = difference + 4 * lengthCost * unsigned(std::abs(vx) + std::abs(vy));
+                    if (cost < best.cost)
+                        best = {{8 * vx, 8 * vy}, cost, difference};
+                }
+            const std::size_t at = static_cast<std::size_t>(row * coarse.columns + column);
+            coarse.vectors[at] = best.v;
+            coarse.costs[at] = best.difference;
+        }
+}
+
+void searchFine(const FieldPicture& a, const FieldPicture& b, const MotionField& coarse, const MotionField* previous,
+                MotionField& fine, int from, int to)
+{
+    for (int row = from; row < to; ++row)
+        for (int column = 0; column < fine.columns; ++column) {
+            const int x = column * blockSize, y = row * blockSize;
+            Best best{{}, ~0u, 0};
+            consider(a.luma, b.luma, x, y, {}, best);
+            const int cx = column / 2, cy = row / 2;
+            // The area's neighbours on the block's side first.
+            const int sx = column & 1 ? 1 : -1, sy = row & 1 ? 1 : -1;
+            for (const MotionVector& v :
+                 {coarse.at(cx, cy), coarse.at(cx + sx, cy), coarse.at(cx, cy + sy), coarse.at(cx + sx, cy + sy)})
+                consider(a.luma, b.luma, x, y, v, best);
+            if (previous) {
+                const MotionVector& p = previous->at(column, row);
+                consider(a.luma, b.luma, x, y, {p.x & ~1, p.y & ~1}, best);
+            }
+            if (column > 0) {
+                const MotionVector& left = fine.at(column - 1, row);
+                consider(a.luma, b.luma, x, y, {left.x & ~1, left.y & ~1}, best);
+            }
+            refine(a.luma, b.luma, x, y, 2, 3, best);
+            refine(a.luma, b.luma, x, y, 1, 1, best);
+            const std::size_t at = static_cast<std::size_t>(row * fine.columns + column);
+            fine.vectors[at] = best.v;
+            fine.costs[at] = best.difference;
+        }
+}
