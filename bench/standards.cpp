@@ -15,6 +15,7 @@
 //   yadif+X                           fields made frames first (yadif=1),
 //                                     X at 60000/1001, then fields woven
 //                                     back (interlace, no low-pass)
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -153,11 +154,13 @@ struct Result {
     std::string name;
     double mean = 0, worst = 0, fps = 0;
     std::size_t frames = 0;
+    double cpuPerFrame = 0;  // milliseconds of processor time, all threads
 };
 
-Result score(const std::string& name, const std::vector<Frame>& out, const std::vector<Frame>& truth, double seconds)
+Result score(const std::string& name, const std::vector<Frame>& out, const std::vector<Frame>& truth, double seconds,
+             double cpuSeconds)
 {
-    Result r{name, 0, 99, 0, out.size()};
+    Result r{name, 0, 99, 0, out.size(), 1000 * cpuSeconds / double(out.size() ? out.size() : 1)};
     const std::size_t n = std::min(out.size(), truth.size());
     for (std::size_t i = 0; i < n; ++i) {
         const double p = psnrY(out[i], truth[i]);
@@ -170,6 +173,16 @@ Result score(const std::string& name, const std::vector<Frame>& out, const std::
 
 double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
+// Processor time of this process (all its threads) or of its finished
+// children.
+double cpuTime(int who)
+{
+    rusage usage{};
+    getrusage(who, &usage);
+    auto seconds = [](const timeval& t) { return double(t.tv_sec) + double(t.tv_usec) / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 Result runOurs(const std::vector<Frame>& input, const std::vector<Frame>& truth, int threads)
 {
     FieldRateSettings settings;
@@ -179,12 +192,14 @@ Result runOurs(const std::vector<Frame>& input, const std::vector<Frame>& truth,
         out.emplace_back(frame, frame + words * ntscLines);
         return 1;
     });
-    const double start = now();
+    out.reserve(truth.size() + 1);
+    const double start = now(), cpuStart = cpuTime(RUSAGE_SELF);
     for (const Frame& f : input)
         converter.push(f.data());
     converter.finish();
-    const double seconds = now() - start;
-    return score("ours, " + std::to_string(threads) + (threads == 1 ? " thread" : " threads"), out, truth, seconds);
+    const double seconds = now() - start, cpu = cpuTime(RUSAGE_SELF) - cpuStart;
+    return score("ours, " + std::to_string(threads) + (threads == 1 ? " thread" : " threads"), out, truth, seconds,
+                 cpu);
 }
 
 // y4m with planar 4:2:2, as FFmpeg reads and writes it.
@@ -250,19 +265,20 @@ Result runFfmpeg(const std::string& name, const std::string& filter, const std::
     const std::string command = "ffmpeg -v error -y -threads " + std::to_string(threads) + " -i " + dir +
                                 "/in.y4m -filter_threads " + std::to_string(threads) + " -vf '" + filter +
                                 "' -pix_fmt yuv422p -f yuv4mpegpipe " + out;
-    const double start = now();
+    const double start = now(), cpuStart = cpuTime(RUSAGE_CHILDREN);
     const int status = std::system(command.c_str());
-    const double seconds = now() - start;
+    const double seconds = now() - start, cpu = cpuTime(RUSAGE_CHILDREN) - cpuStart;
     if (status != 0)
         std::fprintf(stderr, "standards: %s failed\n", command.c_str());
-    Result r = score(name, readY4m(out), truth, seconds);
+    Result r = score(name, readY4m(out), truth, seconds, cpu);
     std::remove(out.c_str());
     return r;
 }
 
 void print(const Result& r)
 {
-    std::printf("%-26s %6zu %9.2f %9.2f %9.1f\n", r.name.c_str(), r.frames, r.mean, r.worst, r.fps);
+    std::printf("%-26s %6zu %9.2f %9.2f %9.1f %9.2f\n", r.name.c_str(), r.frames, r.mean, r.worst, r.fps,
+                r.cpuPerFrame);
 }
 
 }  // namespace
@@ -301,7 +317,7 @@ int main(int argc, char** argv)
 
     std::printf("%d input frames (25/s, top field first) to %d output frames (30000/1001/s), 720 x 486 luma\n",
                 inputFrames, outputFrames);
-    std::printf("%-26s %6s %9s %9s %9s\n", "method", "frames", "PSNR-Y", "worst", "frames/s");
+    std::printf("%-26s %6s %9s %9s %9s %9s\n", "method", "frames", "PSNR-Y", "worst", "frames/s", "cpu ms/f");
     print(runOurs(input, truth, 1));
     if (threads > 1)
         print(runOurs(input, truth, threads));

@@ -21,7 +21,7 @@ struct Ends {
     int fromX, fromY, toX, toY;
 };
 
-// Vectors are in half pixels; scale 1 gives whole pixels, 16 sixteenths.
+// Vectors are in half pixels; scale 1 gives whole pixels, 64 64ths.
 // Chroma has half the horizontal resolution: xScale is half of scale there.
 Ends endsOf(MotionVector v, Fraction at, int xScale, int yScale)
 {
@@ -38,26 +38,72 @@ unsigned candidateCost(const FieldPicture& a, const FieldPicture& b, int x, int 
     return difference + unsigned(std::abs(v.x) + std::abs(v.y)) / 2;
 }
 
-int weightOf(Fraction at) { return roundDiv(at.num * 256, at.den); }
+// Past either field (at the ends of the input) the nearer field alone.
+int weightOf(Fraction at) { return at.num <= 0 ? 0 : (at.num >= at.den ? 256 : roundDiv(at.num * 256, at.den)); }
 
-inline int bilinear(const uint8_t* p, std::ptrdiff_t stride, int fx, int fy)
+// Positions are kept in 64ths of a pixel.
+constexpr int subpixel = 64;
+constexpr int subpixelBits = 6;
+
+// Cubic (Catmull-Rom) taps in 64ths for offsets of 0 to 63 64ths, as
+// integers summing to 64; offset 0 is (0, 64, 0, 0), an exact copy.
+struct Taps {
+    int c[subpixel][4];
+    Taps()
+    {
+        for (int i = 0; i < subpixel; ++i) {
+            const double f = i / double(subpixel);
+            const double w[4] = {(-f + 2 * f * f - f * f * f) / 2, (2 - 5 * f * f + 3 * f * f * f) / 2,
+                                 (f + 4 * f * f - 3 * f * f * f) / 2, (-f * f + f * f * f) / 2};
+            int sum = 0;
+            for (int j = 0; j < 4; ++j)
+                sum += c[i][j] = static_cast<int>(w[j] * 64 + (w[j] < 0 ? -0.5 : 0.5));
+            c[i][1] += 64 - sum;
+        }
+    }
+};
+const Taps taps;
+
+// Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths:
+// the columns a vertical pass leaves in `column`, then a horizontal one.
+void sampleRun(const Plane& plane, int y, int x0, int x1, int fromX, int fromY, std::vector<int>& column, int* out)
 {
-    const int top = p[0] * (16 - fx) + p[1] * fx;
-    const int bottom = p[stride] * (16 - fx) + p[stride + 1] * fx;
-    return (top * (16 - fy) + bottom * fy + 128) >> 8;
+    const int* cy = taps.c[fromY & (subpixel - 1)];
+    const int* cx = taps.c[fromX & (subpixel - 1)];
+    const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits);
+    const std::ptrdiff_t s = plane.stride;
+    if (!((fromX | fromY) & (subpixel - 1))) {  // whole pixels: the samples themselves
+        for (int x = x0; x < x1; ++x)
+            out[x] = top[x + s];
+        return;
+    }
+    int* col = column.data() + 1 - x0;
+    for (int x = x0 - 1; x < x1 + 2; ++x)
+        col[x] = cy[0] * top[x] + cy[1] * top[x + s] + cy[2] * top[x + 2 * s] + cy[3] * top[x + 3 * s];
+    for (int x = x0; x < x1; ++x) {
+        const int v = (cx[0] * col[x - 1] + cx[1] * col[x] + cx[2] * col[x + 1] + cx[3] * col[x + 2] + 2048) >> 12;
+        out[x] = v < 0 ? 0 : (v > 255 ? 255 : v);
+    }
 }
 
+// Scratch lines for one band of interpolation.
+struct Scratch {
+    std::vector<int> column, p, q;
+    explicit Scratch(int n)
+        : column(static_cast<std::size_t>(n + 3)), p(static_cast<std::size_t>(n)), q(static_cast<std::size_t>(n))
+    {}
+};
+
 // Samples [x0, x1) of line y of the plane pair along one vector whose ends
-// are e (sixteenths), blended with weight/256 on b.
-void blendRun(const Plane& pa, const Plane& pb, int y, int x0, int x1, const Ends& e, int weight, uint8_t* out)
+// are e (64ths), blended with weight/256 on b.
+void blendRun(const Plane& pa, const Plane& pb, int y, int x0, int x1, const Ends& e, int weight, Scratch& scratch,
+              uint8_t* out)
 {
-    const uint8_t* rowA = pa.row(y + (e.fromY >> 4)) + (e.fromX >> 4);
-    const uint8_t* rowB = pb.row(y + (e.toY >> 4)) + (e.toX >> 4);
-    const int ax = e.fromX & 15, ay = e.fromY & 15, bx = e.toX & 15, by = e.toY & 15;
+    sampleRun(pa, y, x0, x1, e.fromX, e.fromY, scratch.column, scratch.p.data());
+    sampleRun(pb, y, x0, x1, e.toX, e.toY, scratch.column, scratch.q.data());
     const bool nearA = weight < 128;
     for (int x = x0; x < x1; ++x) {
-        const int p = bilinear(rowA + x, pa.stride, ax, ay);
-        const int q = bilinear(rowB + x, pb.stride, bx, by);
+        const int p = scratch.p[static_cast<std::size_t>(x)], q = scratch.q[static_cast<std::size_t>(x)];
         const int d = p > q ? p - q : q - p;
         const int value = d > disagreement ? (nearA ? p : q) : (p * (256 - weight) + q * weight + 128) >> 8;
         out[x] = static_cast<uint8_t>(value);
@@ -83,24 +129,28 @@ void pixelVectors(const FieldPicture& a, const FieldPicture& b, const MotionFiel
 {
     const int row = y / blockSize;
     const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
-    for (int x = 0; x < static_cast<int>(vectors.size()); ++x) {
-        const int column = x / blockSize;
-        const int sideX = x % blockSize < blockSize / 2 ? -1 : 1;
+    const int count = static_cast<int>(vectors.size());
+    constexpr int half = blockSize / 2;
+    for (int x0 = 0; x0 < count; x0 += half) {
+        const int column = x0 / blockSize;
+        const int x1 = x0 + half < count ? x0 + half : count;
         const MotionVector own = chosen.at(column, row);
-        const MotionVector across = chosen.at(column + sideX, row);
+        const MotionVector across = chosen.at(column + (x0 % blockSize ? 1 : -1), row);
         const MotionVector above = chosen.at(column, row + sideY);
-        MotionVector best = own;
-        if (across != own || above != own) {
-            unsigned bestDifference = pixelDifference(a, b, x, y, own, at);
-            for (const MotionVector& v : {across, above}) {
-                const unsigned difference = v == own ? bestDifference : pixelDifference(a, b, x, y, v, at);
-                if (difference < bestDifference) {
-                    best = v;
-                    bestDifference = difference;
+        for (int x = x0; x < x1; ++x) {
+            MotionVector best = own;
+            if (across != own || above != own) {
+                unsigned bestDifference = pixelDifference(a, b, x, y, own, at);
+                for (const MotionVector& v : {across, above}) {
+                    const unsigned difference = v == own ? bestDifference : pixelDifference(a, b, x, y, v, at);
+                    if (difference < bestDifference) {
+                        best = v;
+                        bestDifference = difference;
+                    }
                 }
             }
+            vectors[static_cast<std::size_t>(x)] = best;
         }
-        vectors[static_cast<std::size_t>(x)] = best;
     }
 }
 
@@ -157,16 +207,17 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
     std::vector<MotionVector> vectors(static_cast<std::size_t>(2 * words));
     std::vector<uint8_t> luma(static_cast<std::size_t>(2 * words)), cb(static_cast<std::size_t>(words)),
         cr(static_cast<std::size_t>(words));
+    Scratch scratch(2 * words);
     for (int y = from; y < to; ++y) {
         pixelVectors(a, b, chosen, at, y, vectors);
         forEachRun(vectors, 2 * words, 1, [&](MotionVector v, int x0, int x1) {
-            blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, at, 16, 16), weight, luma.data());
+            blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, at, subpixel, subpixel), weight, scratch, luma.data());
         });
         // A chroma sample follows the vector of the first of its two pixels.
         forEachRun(vectors, words, 2, [&](MotionVector v, int x0, int x1) {
-            const Ends e = endsOf(v, at, 8, 16);
-            blendRun(a.cb, b.cb, y, x0, x1, e, weight, cb.data());
-            blendRun(a.cr, b.cr, y, x0, x1, e, weight, cr.data());
+            const Ends e = endsOf(v, at, subpixel / 2, subpixel);
+            blendRun(a.cb, b.cb, y, x0, x1, e, weight, scratch, cb.data());
+            blendRun(a.cr, b.cr, y, x0, x1, e, weight, scratch, cr.data());
         });
         uint8_t* out = frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4;
         for (int i = 0; i < words; ++i, out += 4) {

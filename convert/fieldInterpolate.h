@@ -7,7 +7,8 @@
 #include "convert/fieldPlanes.h"
 #include "convert/motionSearch.h"
 
-// The fraction num / den of the way from a to b, 0 <= num < den.
+// The fraction num / den of the way from a to b, 0 <= num; beyond b (num > den)
+// only at the end of the input.
 struct Fraction {
     int64_t num;
     int64_t den;

@@ -10,7 +10,7 @@
 #include <vector>
 
 struct Plane {
-    static constexpr int padX = 48;
+    static constexpr int padX = 64;
     static constexpr int padY = 32;
 
     int width = 0;

@@ -107,15 +107,20 @@ FieldPlan FieldRateConverter::State::plan(int64_t k) const
     // its order lie at 2n + offset.
     const int64_t offset = (!settings.progressive && p.order == 1) ? den : 0;
     const int64_t t = k * num - offset;
+    // Before the first field of its order (the second order's first field
+    // time): carried back from the first two.
+    p.at.num = t;
     if (t > 0) {
         p.first = t / (2 * den);
         p.at.num = t - p.first * 2 * den;
     }
-    if (finishing && p.first >= received - 1) {
-        p.first = received - 1;
-        p.at.num = 0;
-    }
     p.second = p.at.num ? p.first + 1 : p.first;
+    // Past the last input field of its order: carried on from the last two.
+    if (finishing && p.second >= received) {
+        p.first = received >= 2 ? received - 2 : 0;
+        p.second = received - 1;
+        p.at.num = p.first == p.second ? 0 : t - p.first * 2 * den;
+    }
     return p;
 }
 

@@ -1,0 +1,190 @@
+// The field-rate converter: still pictures pass exactly, pans come out where
+// they belong at each output instant, cuts are never blended, and the bytes
+// do not depend on the run or the number of threads. Its motion kernels
+// against their plain versions.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "convert/Convert.h"
+#include "convert/fieldRate.h"
+#include "convert/motionKernels.h"
+
+namespace {
+
+constexpr int width = 720, palLines = 576, ntscLines = 486, words = width / 2;
+using Frame = std::vector<uint32_t>;
+
+Frame randomFrame(uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    Frame f(words * palLines);
+    for (auto& w : f)
+        w = static_cast<uint32_t>(rng());
+    return f;
+}
+
+// Tiles of 4 x 4 random pixels: like a picture, its two fields look alike.
+Frame randomTiles(uint32_t seed)
+{
+    const Frame tiles = randomFrame(seed);
+    Frame f(words * palLines);
+    for (std::size_t y = 0; y < palLines; ++y)
+        for (std::size_t i = 0; i < words; ++i)
+            f[y * words + i] = tiles[y / 4 * words + i / 2];
+    return f;
+}
+
+Frame lineConvert(Frame pal)
+{
+    Frame ntsc(words * ntscLines);
+    float fieldMode = 1.0f;
+    Convert converter(width, ntscLines, 1, &fieldMode);
+    converter.DoConvert(pal.data(), palLines, ntsc.data());
+    return ntsc;
+}
+
+std::vector<Frame> convertAll(const std::vector<Frame>& input, int threads, bool topFirst = true)
+{
+    FieldRateSettings settings;
+    settings.threads = threads;
+    settings.topFieldFirst = topFirst;
+    std::vector<Frame> out;
+    FieldRateConverter converter(settings, [&](const uint32_t* frame) {
+        out.emplace_back(frame, frame + words * ntscLines);
+        return 1;
+    });
+    for (const Frame& f : input)
+        EXPECT_TRUE(converter.push(f.data()));
+    EXPECT_TRUE(converter.finish());
+    return out;
+}
+
+// A smooth picture moved by (dx, dy) pixels and frame lines; frame lines of
+// `parity` only.
+void renderPan(double dx, double dy, int parity, Frame& frame)
+{
+    auto luma = [&](double x, double y) {
+        x -= dx;
+        y -= dy;
+        return 128 + 60 * std::sin(x / 9.7 + 1) * std::cos(y / 7.5) + 30 * std::sin((x + y) / 15.4);
+    };
+    for (int line = parity; line < palLines; line += 2)
+        for (int i = 0; i < words; ++i) {
+            const double x = 2 * i;
+            const uint8_t b[4] = {
+                uint8_t(std::lround(128 + 50 * std::sin((x - dx) / 13.2))), uint8_t(std::lround(luma(x, line))),
+                uint8_t(std::lround(128 + 50 * std::cos((line - dy) / 11.1))), uint8_t(std::lround(luma(x + 1, line)))};
+            std::memcpy(&frame[static_cast<std::size_t>(line * words + i)], b, 4);
+        }
+}
+
+// Largest difference of any byte of lines [top, bottom) of the two frames,
+// columns [margin, width - margin).
+int largestDifference(const Frame& a, const Frame& b, int top, int bottom, int margin)
+{
+    int largest = 0;
+    for (int y = top; y < bottom; ++y) {
+        const auto* p = reinterpret_cast<const uint8_t*>(&a[static_cast<std::size_t>(y * words)]);
+        const auto* q = reinterpret_cast<const uint8_t*>(&b[static_cast<std::size_t>(y * words)]);
+        for (int i = 2 * margin; i < 4 * words - 2 * margin; ++i)
+            largest = std::max(largest, std::abs(p[i] - q[i]));
+    }
+    return largest;
+}
+
+TEST(FieldRate, StillPicturesGiveThePlainLineConversion)
+{
+    const Frame still = randomFrame(7);
+    const std::vector<Frame> out = convertAll(std::vector<Frame>(12, still), 2);
+    // 12 frames at 25/s last as long as 14 at 30000/1001/s.
+    ASSERT_EQ(out.size(), 14u);
+    const Frame expected = lineConvert(still);
+    for (const Frame& f : out)
+        EXPECT_EQ(f, expected);
+}
+
+// Each output field at its own instant: field k at k * 1001 / 1200 input
+// field times, the first field of each frame the top one.
+struct Pan {
+    double dx, dy;  // pixels and frame lines per field
+};
+
+class FieldRatePan : public testing::TestWithParam<Pan> {};
+
+TEST_P(FieldRatePan, ReproducedWithinOneCodeAwayFromTheEdges)
+{
+    const Pan pan = GetParam();
+    std::vector<Frame> input(10, Frame(words * palLines));
+    for (int n = 0; n < 10; ++n)
+        for (int field = 0; field < 2; ++field)
+            renderPan(pan.dx * (2 * n + field), pan.dy * (2 * n + field), field, input[static_cast<std::size_t>(n)]);
+    const std::vector<Frame> out = convertAll(input, 2);
+    ASSERT_EQ(out.size(), 12u);
+    for (std::size_t m = 0; m < out.size(); ++m) {
+        Frame truth(words * palLines);
+        for (int field = 0; field < 2; ++field) {
+            const double t = double(2 * m + static_cast<std::size_t>(field)) * 1001 / 1200;
+            renderPan(pan.dx * t, pan.dy * t, field, truth);
+        }
+        EXPECT_LE(largestDifference(out[m], lineConvert(truth), 24, ntscLines - 24, 48), 1) << "frame " << m;
+    }
+    // The same bytes again, and with another number of threads.
+    EXPECT_EQ(convertAll(input, 2), out);
+    EXPECT_EQ(convertAll(input, 1), out);
+    EXPECT_EQ(convertAll(input, 3), out);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pans, FieldRatePan, testing::Values(Pan{4, 0}, Pan{0, 2}, Pan{-3, 1}));
+
+// Scene a for six frames, then scene b: every output field at or after the
+// first field of b is b's own field, every one before it a's.
+TEST(FieldRate, CutsAreNeverBlended)
+{
+    const Frame a = randomTiles(1), b = randomTiles(2);
+    const Frame na = lineConvert(a), nb = lineConvert(b);
+    for (const bool topFirst : {true, false}) {
+        std::vector<Frame> input(6, a);
+        input.resize(12, b);
+        const std::vector<Frame> out = convertAll(input, 2, topFirst);
+        ASSERT_EQ(out.size(), 14u);
+        for (std::size_t m = 0; m < out.size(); ++m)
+            for (std::size_t order = 0; order < 2; ++order) {
+                // Field times 12 (b's first field) and on show b. The
+                // first field in time is the top one for topFirst; the line
+                // conversion makes its lines the odd ones.
+                const bool late = (2 * m + order) * 1001 >= 12 * 1200;
+                const std::size_t firstLine = (order == 0) == topFirst ? 1 : 0;
+                const Frame& expected = late ? nb : na;
+                for (std::size_t y = firstLine; y < ntscLines; y += 2)
+                    ASSERT_EQ(0, std::memcmp(&out[m][y * words], &expected[y * words], words * 4))
+                        << (topFirst ? "tff" : "bff") << " frame " << m << " line " << y;
+            }
+    }
+}
+
+TEST(MotionKernels, VectorVersionsMatchThePlainOnes)
+{
+    std::mt19937 rng(5);
+    std::vector<uint8_t> a(64 * 40), b(64 * 40);
+    for (int round = 0; round < 200; ++round) {
+        for (auto& v : a)
+            v = static_cast<uint8_t>(round % 4 == 0 ? (rng() & 1) * 255 : rng());
+        for (auto& v : b)
+            v = static_cast<uint8_t>(rng());
+        const std::ptrdiff_t strideA = 16 + static_cast<std::ptrdiff_t>(rng() % 48);
+        const std::ptrdiff_t strideB = 16 + static_cast<std::ptrdiff_t>(rng() % 48);
+        const uint8_t* pa = a.data() + rng() % 7;
+        const uint8_t* pb = b.data() + rng() % 7;
+        ASSERT_EQ(sad8x8(pa, strideA, pb, strideB), sad8x8Plain(pa, strideA, pb, strideB));
+        for (int h = 0; h < 4; ++h)
+            ASSERT_EQ(sad8x8Half(pa, strideA, pb, strideB, h & 1, h >> 1),
+                      sad8x8HalfPlain(pa, strideA, pb, strideB, h & 1, h >> 1));
+    }
+}
+
+}  // namespace
