@@ -108,6 +108,8 @@ const char* kindName(OutputKind kind)
         return "a PNG picture";
     case OutputKind::Ppm:
         return "a PPM picture";
+    case OutputKind::Framemd5:
+        return "a framemd5 checksum list";
     default:
         return "a BMP picture";
     }
@@ -124,6 +126,8 @@ bool startsAsOutput(OutputKind kind, const std::string& head)
         return startsAsImage(ImageKind::Ppm, head);
     case OutputKind::Bmp:
         return startsAsImage(ImageKind::Bmp, head);
+    case OutputKind::Framemd5:
+        return head.compare(0, 9, "#format: ") == 0;
     default:
         return false;
     }
@@ -138,6 +142,8 @@ bool changed(const Destination& d)
 {
     return report("%s changed while the output was written; it is left as it is", d.name.c_str());
 }
+
+}  // namespace
 
 // Puts the finished file `aside` (the file `ours`) in the destination's
 // place. Where nothing was, it must still be so: the name is taken only if
@@ -190,8 +196,6 @@ bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination&
         return reportErrno(d.name, errno);
     return true;
 }
-
-}  // namespace
 
 // ---------------------------------------------------------------------------
 // Descriptors and buffers

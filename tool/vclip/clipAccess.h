@@ -80,7 +80,7 @@ struct OutputRules {
     std::vector<FileIdentity> inputs;  // the files this run reads
 };
 
-enum class OutputKind { Clip, Y4m, Png, Ppm, Bmp };
+enum class OutputKind { Clip, Y4m, Png, Ppm, Bmp, Framemd5 };
 
 // What is at an output's name, looked at through a descriptor of our own.
 struct Destination {
@@ -96,6 +96,11 @@ struct Destination {
 // Looks at what is at `name` and refuses what the rules do not let this
 // output replace.
 bool examineDestination(const std::string& name, OutputKind kind, const OutputRules& rules, Destination& destination);
+
+// Puts the finished file `aside` (the file `ours`) in the destination's
+// place: where nothing was, only if the name is still free; where a file
+// was, only if it is still the one examined. False after the error line.
+bool putInPlace(const std::string& aside, const FileIdentity& ours, Destination& destination);
 
 // A clip being written. Over nothing or a replaceable clip, the clip store
 // makes or replaces it in place; over an empty file, or a file of another

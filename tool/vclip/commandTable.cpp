@@ -25,6 +25,21 @@ const std::vector<Command>& vclipCommands()
          exportHelp,
          "  export CLIP --y4m OUT.y4m         write a 4:2:2 clip as YUV4MPEG2\n"
          "  export CLIP --frame N --image OUT write one frame as .png, .ppm or .bmp\n"},
+        {"batch",
+         commandBatch,
+         {{"reduced", "scale", "jobs", "manifest", "converter", "only"}, {"framemd5", "force", "plan"}},
+         batchHelp,
+         "  batch SRC DST [options]           convert every clip under SRC into DST, resumable\n"},
+        {"verify",
+         commandVerify,
+         {{"reduced"}, {}},
+         verifyHelp,
+         "  verify SRC DST [--reduced RDIR]   check every output against a fresh conversion\n"},
+        {"framemd5",
+         commandFramemd5,
+         {},
+         framemd5Help,
+         "  framemd5 CLIP                     one MD5 per frame, as FFmpeg's framemd5\n"},
     };
     return kCommands;
 }

@@ -37,6 +37,12 @@ int commandImport(const Arguments& args);
 std::string importHelp();
 int commandExport(const Arguments& args);
 std::string exportHelp();
+int commandBatch(const Arguments& args);
+std::string batchHelp();
+int commandVerify(const Arguments& args);
+std::string verifyHelp();
+int commandFramemd5(const Arguments& args);
+std::string framemd5Help();
 
 // Largest width or height of a picture vclip makes.
 constexpr int kMaxSide = 16384;
