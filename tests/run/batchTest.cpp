@@ -266,6 +266,10 @@ TEST(Framemd5, SameLinesAsFfmpegForTheExportedStreamAndReducedFrames)
     }
     ScratchDir dir;
     WriteClip(dir / "pal.clip", Header(3, 64, 16, 1008, 29.97), 5);
+    if (VclipInProcess({"framemd5", dir / "pal.clip"}).err.find("libcrypto") != std::string::npos) {
+        std::printf("skipped: libcrypto not in this build\n");
+        GTEST_SKIP() << "libcrypto not in this build";
+    }
     Tool({"-P", dir / "pal.clip", "-N", dir / "ntsc.clip", "-n", dir / "red.clip"});
     for (const std::string clip : {"pal.clip", "ntsc.clip"}) {
         ASSERT_EQ(VclipInProcess({"export", dir / clip, "--y4m", dir / "x.y4m", "--force"}).status, 0);
