@@ -40,6 +40,11 @@ const std::vector<Command>& vclipCommands()
          {},
          framemd5Help,
          "  framemd5 CLIP                     one MD5 per frame, as FFmpeg's framemd5\n"},
+        {"ntsc",
+         commandNtsc,
+         {{}, {"force"}},
+         ntscHelp,
+         "  ntsc IN.y4m OUT.y4m               convert a 4:2:2 stream to NTSC lines ('-': a pipe)\n"},
     };
     return kCommands;
 }

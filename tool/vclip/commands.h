@@ -43,6 +43,8 @@ int commandVerify(const Arguments& args);
 std::string verifyHelp();
 int commandFramemd5(const Arguments& args);
 std::string framemd5Help();
+int commandNtsc(const Arguments& args);
+std::string ntscHelp();
 
 // Largest width or height of a picture vclip makes.
 constexpr int kMaxSide = 16384;
