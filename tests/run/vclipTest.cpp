@@ -7,8 +7,8 @@
 #include "tests/run/vclipInProcess.h"
 #include "tool/vclip/commands.h"
 
-#ifdef HAVE_ZLIB
-#include <zlib.h>
+#ifdef HAVE_PNG
+#include <png.h>
 #endif
 
 namespace {
@@ -147,21 +147,16 @@ TEST(Vclip, PpmAndPngImages)
     ASSERT_EQ(VclipInProcess({"export", dir / "c.clip", "--frame", "0", "--image", dir / "f.PNG"}).status, 0);
     const std::string png = ReadFile(dir / "f.PNG");
     ASSERT_EQ(png.substr(0, 8), std::string("\x89PNG\r\n\x1A\n", 8));
-    std::string idat, types;
-    for (size_t at = 8, length; at + 12 <= png.size(); at += 12 + length) {
-        length = Number(png, at, 4, true);
-        types += png.substr(at + 4, 4);
-        idat += types.substr(types.size() - 4) == "IDAT" ? png.substr(at + 8, length) : "";
-    }
-    EXPECT_EQ(types, "IHDRIDATIEND");
     EXPECT_EQ(png.substr(16, 13), std::string("\0\0\0\x08\0\0\0\x02\x08\x02\0\0\0", 13));  // 8x2, 8-bit RGB
-#ifdef HAVE_ZLIB
-    std::string rows(2 * (1 + 24), '\0');
-    uLongf size = rows.size();
-    ASSERT_EQ(
-        uncompress(reinterpret_cast<Bytef*>(&rows[0]), &size, reinterpret_cast<const Bytef*>(idat.data()), idat.size()),
-        Z_OK);
-    EXPECT_EQ(rows, std::string(1, '\0') + rgb + std::string(1, '\0') + rgb);
+#ifdef HAVE_PNG
+    // Read back by libpng's own reader.
+    png_image decoded{};
+    decoded.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_memory(&decoded, png.data(), png.size()));
+    decoded.format = PNG_FORMAT_RGB;
+    std::string pixels(PNG_IMAGE_SIZE(decoded), '\0');
+    ASSERT_TRUE(png_image_finish_read(&decoded, nullptr, &pixels[0], 0, nullptr));
+    EXPECT_EQ(pixels, rgb + rgb);
 #endif
 }
 
@@ -195,8 +190,11 @@ std::set<std::string> LongOptionsIn(const std::string& text)
     std::set<std::string> names;
     for (size_t at = text.find("--"); at != std::string::npos; at = text.find("--", at + 2)) {
         size_t end = at + 2;
-        while (end < text.size() && (std::islower(static_cast<unsigned char>(text[end])) ||
-                                     std::isdigit(static_cast<unsigned char>(text[end]))))
+        auto inName = [&](size_t i) {
+            const auto c = static_cast<unsigned char>(text[i]);
+            return std::islower(c) || std::isdigit(c) || (c == '-' && i + 1 < text.size() && text[i + 1] != '-');
+        };
+        while (end < text.size() && inName(end))
             ++end;
         if (end > at + 2)
             names.insert(text.substr(at + 2, end - at - 2));

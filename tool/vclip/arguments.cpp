@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "tool/vclip/messages.h"
+
 namespace {
 
 bool listed(const std::vector<std::string>& names, const std::string& name)
@@ -62,5 +64,46 @@ bool toInt(const std::string& text, int low, int high, int& value)
     if (*end != '\0' || errno != 0 || v < low || v > high)
         return false;
     value = static_cast<int>(v);
+    return true;
+}
+
+bool toRate(const std::string& text, double& rate)
+{
+    const size_t slash = text.find_first_of("/:");
+    if (slash != std::string::npos) {
+        int num = 0, den = 0;
+        if (!toInt(text.substr(0, slash), 1, 999999999, num) || !toInt(text.substr(slash + 1), 1, 999999999, den))
+            return false;
+        rate = double(num) / den;
+    } else {
+        char* end = nullptr;
+        rate = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0')
+            return false;
+    }
+    return rate > 0 && rate < 1e6;
+}
+
+bool toFieldOrder(const std::string& text, int& interlacing)
+{
+    static const std::map<std::string, int> kOrders = {{"progressive", 0}, {"tff", 1}, {"bff", 2}};
+    const auto found = kOrders.find(text);
+    if (found == kOrders.end())
+        return false;
+    interlacing = found->second;
+    return true;
+}
+
+bool oneOperandAndOneOf(const Arguments& args, const char* command, const char* operand, const char* first,
+                        const char* second)
+{
+    if (args.operands.size() != 1)
+        return report("%s takes %s; see 'vclip %s --help'", command, operand, command);
+    auto name = [](const char* option) {
+        const std::string text = option + 2;
+        return text.substr(0, text.find(' '));
+    };
+    if (args.Has(name(first)) == args.Has(name(second)))
+        return report("%s needs one of %s and %s", command, first, second);
     return true;
 }

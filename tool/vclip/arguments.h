@@ -36,3 +36,17 @@ Arguments parseArguments(int argc, char** argv, int from, const CommandOptions& 
 
 // A whole decimal number in [low, high].
 bool toInt(const std::string& text, int low, int high, int& value);
+
+// A frame rate: a decimal ("25", "29.97") or a fraction ("30000/1001",
+// "30000:1001"), more than 0 and less than 1000000.
+bool toRate(const std::string& text, double& rate);
+
+// A field order, "tff", "bff" or "progressive", as the clip header's
+// interlacing value (1, 2 or 0).
+bool toFieldOrder(const std::string& text, int& interlacing);
+
+// The checks import and export start with: one operand (`operand` says
+// what, for the message), and exactly one of two options, each given as
+// "--name VALUE". False after the error line.
+bool oneOperandAndOneOf(const Arguments& args, const char* command, const char* operand, const char* first,
+                        const char* second);

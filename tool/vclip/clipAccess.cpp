@@ -24,17 +24,6 @@ constexpr size_t kBufferAlignment = 4096;
 // and every frame buffer would be that large.
 constexpr int32_t kLargestBlock = 1 << 20;
 
-// An error line, "vclip: ...", on standard error; false, for the caller to
-// return.
-__attribute__((format(printf, 1, 2))) bool report(const char* format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    errorLine(format, args);
-    va_end(args);
-    return false;
-}
-
 bool reportErrno(const std::string& name, int error) { return report("%s: %s", name.c_str(), std::strerror(error)); }
 
 // Why the last transfer failed: the system's reason, when there is one.

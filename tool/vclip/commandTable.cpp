@@ -18,13 +18,16 @@ const std::vector<Command>& vclipCommands()
          {{"uyvy", "y4m", "width", "height", "rate"}, {"force"}},
          importHelp,
          "  import --uyvy RAW --width W --height H OUT\n"
-         "  import --y4m IN.y4m OUT           make a 4:2:2 clip from raw UYVY or YUV4MPEG2 4:2:2\n"},
+         "  import --y4m IN.y4m|- OUT         make a 4:2:2 clip from raw UYVY or YUV4MPEG2 4:2:2\n"},
         {"export",
          commandExport,
-         {{"y4m", "frame", "image"}, {"force"}},
+         {{"y4m", "frame", "frames", "image", "rate", "field-order"}, {"force"}},
          exportHelp,
-         "  export CLIP --y4m OUT.y4m         write a 4:2:2 clip as YUV4MPEG2\n"
-         "  export CLIP --frame N --image OUT write one frame as .png, .ppm or .bmp\n"},
+         "  export CLIP --y4m OUT.y4m|- [--rate R] [--field-order tff|bff|progressive]\n"
+         "                                    write a 4:2:2 clip as YUV4MPEG2\n"
+         "  export CLIP --frame N --image OUT write one frame as .png, .ppm or .bmp\n"
+         "  export CLIP --frames A-B --image 'OUT%04d.png'\n"
+         "                                    write frames A to B as pictures\n"},
         {"batch",
          commandBatch,
          {{"reduced", "scale", "jobs", "manifest", "converter", "only"}, {"framemd5", "force", "plan"}},
@@ -40,6 +43,12 @@ const std::vector<Command>& vclipCommands()
          {},
          framemd5Help,
          "  framemd5 CLIP                     one MD5 per frame, as FFmpeg's framemd5\n"},
+        {"set",
+         commandSet,
+         {{"rate", "field-order", "replaceable"}, {}},
+         setHelp,
+         "  set CLIP [--rate R] [--field-order tff|bff|progressive] [--replaceable 0|1]\n"
+         "                                    rewrite those header fields in place\n"},
         {"ntsc",
          commandNtsc,
          {{}, {"force"}},

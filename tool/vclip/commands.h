@@ -45,6 +45,8 @@ int commandFramemd5(const Arguments& args);
 std::string framemd5Help();
 int commandNtsc(const Arguments& args);
 std::string ntscHelp();
+int commandSet(const Arguments& args);
+std::string setHelp();
 
 // Largest width or height of a picture vclip makes.
 constexpr int kMaxSide = 16384;

@@ -4,13 +4,13 @@
 #include <cctype>
 #include <vector>
 
-namespace {
+#ifdef VCLIP_HAVE_PNG
+#include <png.h>
+#endif
 
-void putBig32(std::vector<uint8_t>& out, uint32_t v)
-{
-    for (int shift = 24; shift >= 0; shift -= 8)
-        out.push_back(static_cast<uint8_t>(v >> shift));
-}
+#include "tool/vclip/messages.h"
+
+namespace {
 
 void putLittle(std::vector<uint8_t>& out, uint32_t v, int bytes)
 {
@@ -18,80 +18,47 @@ void putLittle(std::vector<uint8_t>& out, uint32_t v, int bytes)
         out.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-void appendChunk(std::vector<uint8_t>& png, const char type[4], const std::vector<uint8_t>& body)
+#ifdef VCLIP_HAVE_PNG
+void appendToVector(png_structp png, png_bytep data, png_size_t length)
 {
-    putBig32(png, static_cast<uint32_t>(body.size()));
-    const size_t typeAt = png.size();
-    png.insert(png.end(), type, type + 4);
-    png.insert(png.end(), body.begin(), body.end());
-    putBig32(png, crc32(png.data() + typeAt, png.size() - typeAt));
+    auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
+    out->insert(out->end(), data, data + length);
 }
+
+// libpng reports errors by jumping back here; nothing in this function
+// owns anything across the jump.
+bool pngInto(png_structp png, png_infop info, const RgbImage& image, png_bytep* rows, std::vector<uint8_t>& out)
+{
+    if (setjmp(png_jmpbuf(png)))
+        return false;
+    png_set_write_fn(png, &out, appendToVector, nullptr);
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height), 8,
+                 PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_rows(png, info, rows);
+    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+    return true;
+}
+
+bool encodePng(const RgbImage& image, std::vector<uint8_t>& out)
+{
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
+    std::vector<png_bytep> rows(static_cast<size_t>(image.height));
+    const size_t row = static_cast<size_t>(image.width) * 3;
+    for (size_t y = 0; y < rows.size(); ++y)
+        rows[y] = const_cast<png_bytep>(image.rgb.data() + y * row);
+    const bool done = info != nullptr && pngInto(png, info, image, rows.data(), out);
+    png_destroy_write_struct(&png, &info);
+    return done || report("libpng could not make the picture");
+}
+#else
+bool encodePng(const RgbImage&, std::vector<uint8_t>&)
+{
+    return report("this vclip is built without libpng; write .ppm or .bmp");
+}
+#endif
 
 }  // namespace
-
-uint32_t crc32(const uint8_t* data, size_t size, uint32_t crc)
-{
-    static const auto table = [] {
-        std::vector<uint32_t> t(256);
-        for (uint32_t n = 0; n < 256; ++n) {
-            uint32_t c = n;
-            for (int k = 0; k < 8; ++k)
-                c = c & 1 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
-            t[n] = c;
-        }
-        return t;
-    }();
-    crc = ~crc;
-    for (size_t i = 0; i < size; ++i)
-        crc = table[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
-    return ~crc;
-}
-
-uint32_t adler32(const uint8_t* data, size_t size, uint32_t adler)
-{
-    uint32_t a = adler & 0xFFFF, b = adler >> 16;
-    for (size_t i = 0; i < size; ++i) {
-        a = (a + data[i]) % 65521;
-        b = (b + a) % 65521;
-    }
-    return (b << 16) | a;
-}
-
-std::vector<uint8_t> encodePng(const RgbImage& image)
-{
-    // Scanlines, each after its filter byte (0: none).
-    const size_t row = static_cast<size_t>(image.width) * 3;
-    std::vector<uint8_t> raw;
-    raw.reserve((row + 1) * image.height);
-    for (int y = 0; y < image.height; ++y) {
-        raw.push_back(0);
-        raw.insert(raw.end(), image.rgb.begin() + y * row, image.rgb.begin() + (y + 1) * row);
-    }
-
-    // zlib stream of stored (uncompressed) deflate blocks.
-    std::vector<uint8_t> z{0x78, 0x01};
-    size_t at = 0;
-    do {
-        const size_t len = std::min<size_t>(65535, raw.size() - at);
-        const bool last = at + len == raw.size();
-        z.push_back(last ? 1 : 0);
-        putLittle(z, static_cast<uint32_t>(len), 2);
-        putLittle(z, static_cast<uint32_t>(~len & 0xFFFF), 2);
-        z.insert(z.end(), raw.begin() + at, raw.begin() + at + len);
-        at += len;
-    } while (at < raw.size());
-    putBig32(z, adler32(raw.data(), raw.size()));
-
-    std::vector<uint8_t> png{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
-    std::vector<uint8_t> ihdr;
-    putBig32(ihdr, static_cast<uint32_t>(image.width));
-    putBig32(ihdr, static_cast<uint32_t>(image.height));
-    ihdr.insert(ihdr.end(), {8, 2, 0, 0, 0});  // 8 bits, RGB, deflate, no filter set, no interlace
-    appendChunk(png, "IHDR", ihdr);
-    appendChunk(png, "IDAT", z);
-    appendChunk(png, "IEND", {});
-    return png;
-}
 
 std::vector<uint8_t> encodePpm(const RgbImage& image)
 {
@@ -133,18 +100,12 @@ std::vector<uint8_t> encodeBmp(const RgbImage& image)
     return bmp;
 }
 
-std::vector<uint8_t> encodeImage(ImageKind kind, const RgbImage& image)
+bool encodeImage(ImageKind kind, const RgbImage& image, std::vector<uint8_t>& bytes)
 {
-    switch (kind) {
-    case ImageKind::Png:
-        return encodePng(image);
-    case ImageKind::Ppm:
-        return encodePpm(image);
-    case ImageKind::Bmp:
-        return encodeBmp(image);
-    default:
-        return {};
-    }
+    if (kind == ImageKind::Png)
+        return encodePng(image, bytes);
+    bytes = kind == ImageKind::Ppm ? encodePpm(image) : encodeBmp(image);
+    return true;
 }
 
 ImageKind imageKindOf(const std::string& path)
@@ -174,4 +135,32 @@ bool startsAsImage(ImageKind kind, const std::string& head)
     default:
         return false;
     }
+}
+
+std::string SequenceName::Of(int frame) const
+{
+    const std::string number = std::to_string(frame);
+    const size_t pad = static_cast<size_t>(width) > number.size() ? static_cast<size_t>(width) - number.size() : 0;
+    return before + std::string(pad, zeros ? '0' : ' ') + number + after;
+}
+
+bool parseSequenceName(const std::string& pattern, SequenceName& name, std::string& why)
+{
+    const size_t at = pattern.find('%');
+    size_t end = at + 1;
+    name.zeros = at != std::string::npos && pattern.compare(end, 1, "0") == 0;
+    end += name.zeros ? 1 : 0;
+    size_t digits = end;
+    while (digits < pattern.size() && std::isdigit(static_cast<unsigned char>(pattern[digits])))
+        ++digits;
+    if (at == std::string::npos || digits - end > 2 || pattern.compare(digits, 1, "d") != 0 ||
+        pattern.find('%', digits) != std::string::npos) {
+        why = "a sequence needs a name with exactly one %d, %Nd or %0Nd (N up to 99) and no other '%', "
+              "as f%04d.png";
+        return false;
+    }
+    name.width = digits > end ? std::stoi(pattern.substr(end, digits - end)) : 0;
+    name.before = pattern.substr(0, at);
+    name.after = pattern.substr(digits + 1);
+    return true;
 }

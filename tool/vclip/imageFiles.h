@@ -1,5 +1,5 @@
-// Picture files written by vclip, with no library beyond the C++ one:
-// PNG (24-bit RGB, zlib stored blocks), binary PPM, and 24-bit BMP. The
+// Picture files written by vclip: PNG (24-bit RGB, compressed by libpng;
+// a build without libpng refuses PNG), binary PPM, and 24-bit BMP. The
 // encoders give the file's bytes; the caller decides where they go.
 #pragma once
 
@@ -12,13 +12,22 @@
 
 enum class ImageKind { None, Png, Ppm, Bmp };
 
-uint32_t crc32(const uint8_t* data, size_t size, uint32_t crc = 0);
-uint32_t adler32(const uint8_t* data, size_t size, uint32_t adler = 1);
-
-std::vector<uint8_t> encodePng(const RgbImage& image);
 std::vector<uint8_t> encodePpm(const RgbImage& image);
 std::vector<uint8_t> encodeBmp(const RgbImage& image);
-std::vector<uint8_t> encodeImage(ImageKind kind, const RgbImage& image);
+// The picture's file bytes; false after an error line (PNG only: libpng
+// failed or is not built in).
+bool encodeImage(ImageKind kind, const RgbImage& image, std::vector<uint8_t>& bytes);
+
+// A name for each frame of a sequence, made from a printf-style pattern
+// with exactly one decimal conversion and no other '%': "f%04d.png",
+// "f%d.png", "f%6d.png" (the padding is spaces then, as printf pads).
+struct SequenceName {
+    std::string before, after;
+    int width = 0;
+    bool zeros = false;
+    std::string Of(int frame) const;
+};
+bool parseSequenceName(const std::string& pattern, SequenceName& name, std::string& why);
 
 // The kind a file name asks for by its ending: .png, .ppm or .bmp (any
 // case); None for any other name.

@@ -22,12 +22,8 @@ int importUyvy(const Arguments& args)
         return failure("bad width '%s' (an even number of pixels)", args.Get("width").c_str());
     if (!toInt(args.Get("height"), 1, kMaxSide, format.height))
         return failure("bad height '%s'", args.Get("height").c_str());
-    if (args.Has("rate")) {
-        char* end = nullptr;
-        format.rate = std::strtod(args.Get("rate").c_str(), &end);
-        if (*end != '\0' || !(format.rate > 0) || !(format.rate < 1e6))
-            return failure("bad rate '%s'", args.Get("rate").c_str());
-    }
+    if (args.Has("rate") && !toRate(args.Get("rate"), format.rate))
+        return failure("bad rate '%s' (frames a second: 25, 29.97 or 30000/1001)", args.Get("rate").c_str());
     const std::string& raw = args.Get("uyvy");
     UniqueFd in;
     int64_t size = 0;
@@ -126,22 +122,22 @@ int importY4m(const Arguments& args)
 std::string importHelp()
 {
     return "Usage: vclip import --uyvy RAW --width W --height H [--rate R] [--force] OUT\n"
-           "       vclip import --y4m IN.y4m [--force] OUT\n"
+           "       vclip import --y4m IN.y4m|- [--force] OUT\n"
            "Makes a YUV 4:2:2 clip (packing 1008). RAW holds whole frames of bytes\n"
-           "Cb Y0 Cr Y1, top line first (rate 25 unless given). IN.y4m must be a\n"
-           "YUV4MPEG2 stream in C422; its rate and interlacing go into the header\n"
-           "(It: 1 top field first, Ib: 2 bottom field first, otherwise 0). The whole\n"
-           "stream is checked before OUT is touched: a FRAME line that is malformed,\n"
-           "longer than 4096 characters or carries a tag other than X, a cut-off FRAME\n"
-           "line and a last frame cut short are errors naming the frame (counted from 0).\n" +
+           "Cb Y0 Cr Y1, top line first (rate 25 unless given). IN.y4m, or '-' for\n"
+           "standard input (a pipe from FFmpeg: -pix_fmt yuv422p -f yuv4mpegpipe -), must\n"
+           "be a YUV4MPEG2 stream in C422; its rate and interlacing go into the header\n"
+           "(It: 1 top field first, Ib: 2 bottom field first, otherwise 0). The stream is\n"
+           "read front to back and the clip made beside OUT, put in its place only once the\n"
+           "stream has ended whole: a FRAME line that is malformed, longer than 4096\n"
+           "characters or carries a tag other than X, a cut-off FRAME line and a last frame\n"
+           "cut short are errors naming the frame (counted from 0), and leave OUT as it was.\n" +
            replacesText("An existing OUT is replaced only when it is empty or a replaceable clip;\n");
 }
 
 int commandImport(const Arguments& args)
 {
-    if (args.operands.size() != 1)
-        return failure("import takes one output clip; see 'vclip import --help'");
-    if (args.Has("uyvy") == args.Has("y4m"))
-        return failure("import needs one of --uyvy RAW and --y4m IN.y4m");
+    if (!oneOperandAndOneOf(args, "import", "one output clip", "--uyvy RAW", "--y4m IN.y4m"))
+        return 1;
     return args.Has("uyvy") ? importUyvy(args) : importY4m(args);
 }

@@ -28,3 +28,17 @@ int failure(const char* format, ...)
     va_end(args);
     return 1;
 }
+
+bool report(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    errorLine(format, args);
+    va_end(args);
+    return false;
+}
+
+bool badValue(const char* what, const std::string& value, const char* expected)
+{
+    return report("bad %s '%s' (%s)", what, value.c_str(), expected);
+}
