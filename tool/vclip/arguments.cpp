@@ -94,11 +94,16 @@ bool toFieldOrder(const std::string& text, int& interlacing)
     return true;
 }
 
+bool oneOperand(const Arguments& args, const char* command, const char* operand)
+{
+    return args.operands.size() == 1 || report("%s takes %s; see 'vclip %s --help'", command, operand, command);
+}
+
 bool oneOperandAndOneOf(const Arguments& args, const char* command, const char* operand, const char* first,
                         const char* second)
 {
-    if (args.operands.size() != 1)
-        return report("%s takes %s; see 'vclip %s --help'", command, operand, command);
+    if (!oneOperand(args, command, operand))
+        return false;
     auto name = [](const char* option) {
         const std::string text = option + 2;
         return text.substr(0, text.find(' '));

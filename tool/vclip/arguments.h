@@ -45,6 +45,10 @@ bool toRate(const std::string& text, double& rate);
 // interlacing value (1, 2 or 0).
 bool toFieldOrder(const std::string& text, int& interlacing);
 
+// Exactly one operand (`operand` says what, for the message). False after
+// the error line.
+bool oneOperand(const Arguments& args, const char* command, const char* operand);
+
 // The checks import and export start with: one operand (`operand` says
 // what, for the message), and exactly one of two options, each given as
 // "--name VALUE". False after the error line.

@@ -19,8 +19,8 @@ std::string barsHelp()
 
 int commandBars(const Arguments& args)
 {
-    if (args.operands.size() != 1)
-        return failure("bars takes one output clip; see 'vclip bars --help'");
+    if (!oneOperand(args, "bars", "one output clip"))
+        return 1;
     ClipFormat format;
     int frames = 25;
     if (args.Has("frames") && !toInt(args.Get("frames"), 0, 1 << 20, frames))

@@ -47,8 +47,8 @@ std::string infoHelp()
 
 int commandInfo(const Arguments& args)
 {
-    if (args.operands.size() != 1)
-        return failure("info takes one clip; see 'vclip info --help'");
+    if (!oneOperand(args, "info", "one clip"))
+        return 1;
     const char* path = args.operands[0].c_str();
     vXfsFile clip;
     if (!openForReading(clip, path))

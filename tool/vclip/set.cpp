@@ -62,28 +62,13 @@ int readChange(const Arguments& args, HeaderChange& change)
 
 }  // namespace
 
-std::string setHelp()
-{
-    return "Usage: vclip set CLIP [--rate R] [--field-order tff|bff|progressive] [--replaceable 0|1]\n"
-           "Rewrites header fields of CLIP in place; its frames are not touched.\n"
-           "--rate R is frames a second (25, 29.97 or 30000/1001), --field-order the\n"
-           "interlacing (tff 1, bff 2, progressive 0; a version 1 header has none),\n"
-           "--replaceable 0 preserves the clip (no run writes over it), 1 releases it.\n"
-           "The converter writes rate 0 and interlacing 0 into the clips it makes, and\n"
-           "their frames are bottom field first at the input's rate; 'vclip set OUT.clip\n"
-           "--rate 25 --field-order bff' records that. A preserved clip takes only\n"
-           "--replaceable; the rest is refused until it is released.\n";
-}
-
 int commandSet(const Arguments& args)
 {
-    if (args.operands.size() != 1)
-        return failure("set takes one clip; see 'vclip set --help'");
     HeaderChange change;
-    if (readChange(args, change) != 0)
+    if (!oneOperand(args, "set", "one clip") || readChange(args, change) != 0)
         return 1;
-    const char* path = args.operands[0].c_str();
     HeaderRewrite clip;
+    const char* path = args.operands[0].c_str();
     if (!openForReading(clip, path))
         return 1;
     if (change.fieldOrder && clip.Version() < 2)
@@ -99,4 +84,17 @@ int commandSet(const Arguments& args)
     const bool done = clip.Rewrite(path, fd.Get(), change);
     clip.Close();
     return done ? 0 : 1;
+}
+
+std::string setHelp()
+{
+    return "Usage: vclip set CLIP [--rate R] [--field-order tff|bff|progressive] [--replaceable 0|1]\n"
+           "Rewrites header fields of CLIP in place; its frames are not touched.\n"
+           "--rate R is frames a second (25, 29.97 or 30000/1001), --field-order the\n"
+           "interlacing (tff 1, bff 2, progressive 0; a version 1 header has none),\n"
+           "--replaceable 0 preserves the clip (no run writes over it), 1 releases it.\n"
+           "The converter writes rate 0 and interlacing 0 into the clips it makes, and\n"
+           "their frames are bottom field first at the input's rate; 'vclip set OUT.clip\n"
+           "--rate 25 --field-order bff' records that. A preserved clip takes only\n"
+           "--replaceable; the rest is refused until it is released.\n";
 }
