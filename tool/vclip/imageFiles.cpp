@@ -52,9 +52,85 @@ bool encodePng(const RgbImage& image, std::vector<uint8_t>& out)
     return done || report("libpng could not make the picture");
 }
 #else
-bool encodePng(const RgbImage&, std::vector<uint8_t>&)
+// Without libpng (a cross build): PNG in stored, uncompressed deflate
+// blocks, which every reader takes.
+void putBig32(std::vector<uint8_t>& out, uint32_t v)
 {
-    return report("this vclip is built without libpng; write .ppm or .bmp");
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out.push_back(static_cast<uint8_t>(v >> shift));
+}
+
+uint32_t crc32(const uint8_t* data, size_t size, uint32_t crc = 0)
+{
+    static const auto table = [] {
+        std::vector<uint32_t> t(256);
+        for (uint32_t n = 0; n < 256; ++n) {
+            uint32_t c = n;
+            for (int k = 0; k < 8; ++k)
+                c = c & 1 ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+            t[n] = c;
+        }
+        return t;
+    }();
+    crc = ~crc;
+    for (size_t i = 0; i < size; ++i)
+        crc = table[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
+    return ~crc;
+}
+
+uint32_t adler32(const uint8_t* data, size_t size, uint32_t adler = 1)
+{
+    uint32_t a = adler & 0xFFFF, b = adler >> 16;
+    for (size_t i = 0; i < size; ++i) {
+        a = (a + data[i]) % 65521;
+        b = (b + a) % 65521;
+    }
+    return (b << 16) | a;
+}
+
+void appendChunk(std::vector<uint8_t>& png, const char type[4], const std::vector<uint8_t>& body)
+{
+    putBig32(png, static_cast<uint32_t>(body.size()));
+    const size_t typeAt = png.size();
+    png.insert(png.end(), type, type + 4);
+    png.insert(png.end(), body.begin(), body.end());
+    putBig32(png, crc32(png.data() + typeAt, png.size() - typeAt));
+}
+
+bool encodePng(const RgbImage& image, std::vector<uint8_t>& png)
+{
+    // Scanlines, each after its filter byte (0: none).
+    const size_t row = static_cast<size_t>(image.width) * 3;
+    std::vector<uint8_t> raw;
+    raw.reserve((row + 1) * image.height);
+    for (int y = 0; y < image.height; ++y) {
+        raw.push_back(0);
+        raw.insert(raw.end(), image.rgb.begin() + y * row, image.rgb.begin() + (y + 1) * row);
+    }
+
+    // zlib stream of stored (uncompressed) deflate blocks.
+    std::vector<uint8_t> z{0x78, 0x01};
+    size_t at = 0;
+    do {
+        const size_t len = std::min<size_t>(65535, raw.size() - at);
+        const bool last = at + len == raw.size();
+        z.push_back(last ? 1 : 0);
+        putLittle(z, static_cast<uint32_t>(len), 2);
+        putLittle(z, static_cast<uint32_t>(~len & 0xFFFF), 2);
+        z.insert(z.end(), raw.begin() + at, raw.begin() + at + len);
+        at += len;
+    } while (at < raw.size());
+    putBig32(z, adler32(raw.data(), raw.size()));
+
+    png = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    std::vector<uint8_t> ihdr;
+    putBig32(ihdr, static_cast<uint32_t>(image.width));
+    putBig32(ihdr, static_cast<uint32_t>(image.height));
+    ihdr.insert(ihdr.end(), {8, 2, 0, 0, 0});  // 8 bits, RGB, deflate, no filter set, no interlace
+    appendChunk(png, "IHDR", ihdr);
+    appendChunk(png, "IDAT", z);
+    appendChunk(png, "IEND", {});
+    return true;
 }
 #endif
 

@@ -1,5 +1,6 @@
-// Picture files written by vclip: PNG (24-bit RGB, compressed by libpng;
-// a build without libpng refuses PNG), binary PPM, and 24-bit BMP. The
+// Picture files written by vclip: PNG (24-bit RGB, compressed by libpng; a
+// build without libpng, as a cross build is, writes it uncompressed), binary
+// PPM, and 24-bit BMP. The
 // encoders give the file's bytes; the caller decides where they go.
 #pragma once
 
@@ -14,8 +15,7 @@ enum class ImageKind { None, Png, Ppm, Bmp };
 
 std::vector<uint8_t> encodePpm(const RgbImage& image);
 std::vector<uint8_t> encodeBmp(const RgbImage& image);
-// The picture's file bytes; false after an error line (PNG only: libpng
-// failed or is not built in).
+// The picture's file bytes; false after an error line (libpng failed).
 bool encodeImage(ImageKind kind, const RgbImage& image, std::vector<uint8_t>& bytes);
 
 // A name for each frame of a sequence, made from a printf-style pattern
