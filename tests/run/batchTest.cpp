@@ -104,31 +104,39 @@ struct Archive {
 TEST(Batch, ConvertsGoodClipsReportsDamagedLeavesOthersAndResumes)
 {
     Archive a;
+    // Block size 512: the clip store warns on standard output, then converts.
+    ClipHeader odd = Header(2, 32, 8);
+    odd.blockSize = 512;
+    WriteFile(a.src + "/sub/b512.clip", Encoded(odd).append(512 - 44, '\0') + Random(2 * 512, 9));
     const auto before = Tree(a.src);
     const RunResult run = Vclip({"batch", a.src, a.dst, "--reduced", a.red, "--jobs", "2", "--framemd5"});
     EXPECT_EQ(run.status, 1) << run.out << run.err;
     EXPECT_NE(run.out.find("left alone (not a clip): notes.txt\n"), std::string::npos);
     EXPECT_NE(run.out.find("failed: cut.clip: PAL file is truncated: 2 of 4 frames present\n"), std::string::npos);
-    EXPECT_NE(run.out.find("batch: 3 clips: 2 converted, 0 already complete, 1 failed; 1 other files"),
+    EXPECT_NE(run.out.find("batch: 4 clips: 3 converted, 0 already complete, 1 failed; 1 other files"),
               std::string::npos);
     EXPECT_EQ(Tree(a.src), before);
-    const Records first = {
-        {"converted", "good1.clip"}, {"converted", "good2.clip"}, {"failed", "cut.clip"}, {"not-a-clip", "notes.txt"}};
+    const Records first = {{"converted", "b512.clip"},
+                           {"converted", "good1.clip"},
+                           {"converted", "good2.clip"},
+                           {"failed", "cut.clip"},
+                           {"not-a-clip", "notes.txt"}};
     EXPECT_EQ(Outcomes(a.dst + "/vclip-batch.tsv"), first);
     // The outputs are the converter's own, byte for byte; nothing else.
     ScratchDir direct;
     Tool({"-P", a.src + "/sub/good2.clip", "-N", direct / "n.clip", "-n", direct / "r.clip"});
     EXPECT_EQ(HashFile(a.dst + "/sub/good2.clip"), HashFile(direct / "n.clip"));
     EXPECT_EQ(HashFile(a.red + "/sub/good2.clip"), HashFile(direct / "r.clip"));
-    const std::set<std::string> made = {"good1.clip", "good1.clip.framemd5", "sub/good2.clip",
-                                        "sub/good2.clip.framemd5", "vclip-batch.tsv"};
+    const std::set<std::string> made = {
+        "good1.clip",     "good1.clip.framemd5",     "sub/b512.clip",  "sub/b512.clip.framemd5",
+        "sub/good2.clip", "sub/good2.clip.framemd5", "vclip-batch.tsv"};
     std::set<std::string> names;
     for (const auto& [name, hash] : Tree(a.dst))
         names.insert(name);
     EXPECT_EQ(names, made);
     EXPECT_EQ(Vclip({"verify", a.src, a.dst, "--reduced", a.red}).out,
               a.src + "/cut.clip: the input cannot be converted (damaged or not a PAL 4:2:2 clip)\n"
-                      "verify: 3 clips, 2 right, 1 wrong\n");
+                      "verify: 4 clips, 3 right, 1 wrong\n");
 
     // A frame changed is found; an output cut short is redone, the rest skipped.
     std::string good1 = ReadFile(a.dst + "/good1.clip");
@@ -143,7 +151,7 @@ TEST(Batch, ConvertsGoodClipsReportsDamagedLeavesOthersAndResumes)
     fs::remove(a.src + "/cut.clip");
     const RunResult again = Vclip({"batch", a.src, a.dst, "--reduced", a.red, "--framemd5"});
     EXPECT_EQ(again.status, 0) << again.out << again.err;
-    EXPECT_NE(again.out.find("batch: 2 clips: 1 converted, 1 already complete, 0 failed"), std::string::npos);
+    EXPECT_NE(again.out.find("batch: 3 clips: 1 converted, 2 already complete, 0 failed"), std::string::npos);
     EXPECT_EQ(Vclip({"verify", a.src, a.dst, "--reduced", a.red}).status, 0);
 }
 
@@ -254,6 +262,9 @@ TEST(Batch, RefusesFoldersThatOverlapTheSource)
         EXPECT_EQ(r.status, 1) << c[1];
         EXPECT_NE(r.err.find("overlap"), std::string::npos) << r.err;
     }
+    // --only cannot lead out of the source folder (its output would follow).
+    EXPECT_NE(VclipInProcess({"batch", src, dir / "d", "--only", "../src/x"}).err.find("--only takes a path inside"),
+              std::string::npos);
     EXPECT_FALSE(fs::exists(src + "/new"));
     EXPECT_FALSE(fs::exists(dir / "d"));
 }

@@ -77,21 +77,28 @@ bool readSettings(const Arguments& args, BatchSettings& s)
     return true;
 }
 
-// A path under the source folder, as --only names it.
+// A clip under the source folder, as --only names it: reached through
+// folders only (the walk of the whole folder does not follow links to
+// folders either), without reading the rest of the archive.
 bool onlyEntry(const BatchSettings& s, const std::string& relative, std::vector<ArchiveEntry>& entries)
 {
     const fs::path rel = fs::path(relative).lexically_normal();
-    if (rel.empty() || rel.is_absolute() || *rel.begin() == "..")
+    if (rel.empty() || rel.is_absolute() || *rel.begin() == ".." || !rel.has_filename())
         return failure("--only takes a path inside the source folder, not '%s'", relative.c_str()) == 0;
-    std::vector<ArchiveEntry> all;
-    if (!walkArchive(s.source, all))
-        return false;
-    for (const ArchiveEntry& entry : all)
-        if (entry.relative == rel.string() && entry.clip) {
-            entries.push_back(entry);
-            return true;
-        }
-    return failure("%s is not a clip under %s", relative.c_str(), s.source.c_str()) == 0;
+    fs::path folder = s.source;
+    for (const fs::path& part : rel.parent_path()) {
+        folder /= part;
+        std::error_code ec;
+        if (!fs::is_directory(fs::symlink_status(folder, ec)))
+            return failure("%s is not a folder of %s", folder.c_str(), s.source.c_str()) == 0;
+    }
+    ArchiveEntry entry;
+    entry.relative = rel.string();
+    entry.clip = startsAsClipFile((fs::path(s.source) / rel).string());
+    if (!entry.clip)
+        return failure("%s is not a clip under %s", relative.c_str(), s.source.c_str()) == 0;
+    entries.push_back(entry);
+    return true;
 }
 
 std::string quoted(const std::string& word)

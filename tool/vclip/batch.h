@@ -32,6 +32,9 @@ struct ArchiveEntry {
     bool clip = false;     // starts as a clip; other files are left alone
 };
 
+// A regular file (links followed) that starts as a clip.
+bool startsAsClipFile(const std::string& path);
+
 // Every regular file under `source`, recursively (links to files followed,
 // links to folders not), sorted by relative path. False, after the error
 // line, when the folder cannot be read.

@@ -22,13 +22,6 @@ namespace {
 
 constexpr int kNtscLines = 486;
 
-bool startsAsClipFile(const std::string& path)
-{
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    struct stat st;
-    return fd.IsOpen() && fstat(fd.Get(), &st) == 0 && S_ISREG(st.st_mode) && vXfsFile::StartsAsClip(fd.Get());
-}
-
 FileIdentity identityOfFolder(const std::string& path)
 {
     struct stat st;
@@ -42,6 +35,13 @@ FileIdentity identityOfFolder(const std::string& path)
 }
 
 }  // namespace
+
+bool startsAsClipFile(const std::string& path)
+{
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat st;
+    return fd.IsOpen() && fstat(fd.Get(), &st) == 0 && S_ISREG(st.st_mode) && vXfsFile::StartsAsClip(fd.Get());
+}
 
 // Where `outer` exists, every
 // folder from `inner` (or the part of it that exists, links resolved) up to
@@ -172,6 +172,8 @@ bool openInputClip(vXfsFile& clip, const std::string& path)
 std::string outputProblem(const std::string& path, const OutputShape& shape, int32_t frames)
 {
     vXfsFile clip;
+    if (access(path.c_str(), F_OK) != 0)
+        return "missing";
     if (!openInputClip(clip, path))
         return "not a readable clip";
     // A new clip object described as the converter describes its outputs.

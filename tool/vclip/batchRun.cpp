@@ -50,15 +50,20 @@ std::string lastLine(const std::string& text)
     return text.substr(begin == std::string::npos ? 0 : begin + 1, end - (begin == std::string::npos ? 0 : begin + 1));
 }
 
-// The converter's information line, when it is all it printed: a success.
+// The converter's information line as the last line it printed: a
+// success (the clip store may have printed warnings before it; every
+// failure prints its line after it, or instead of it).
 bool convertedWhole(const std::string& out, int32_t& frames, int& width)
 {
     long count = 0;
     int height = 0, used = 0;
-    if (std::sscanf(out.c_str(), "PAL file: %ld frames [%dx%d]%n", &count, &width, &height, &used) != 3)
+    const std::string last = lastLine(out);
+    if (out.empty() || out.back() != '\n' ||
+        std::sscanf(last.c_str(), "PAL file: %ld frames [%dx%d]%n", &count, &width, &height, &used) != 3 ||
+        static_cast<size_t>(used) != last.size())
         return false;
     frames = static_cast<int32_t>(count);
-    return out.compare(static_cast<size_t>(used), std::string::npos, "\n") == 0;
+    return true;
 }
 
 // Looks at the outputs' final names (what may be replaced there, by the
@@ -158,7 +163,8 @@ BatchOutcome finish(const BatchSettings& settings, Job& job, int status)
     int32_t frames = 0;
     int width = 0;
     long counted = 0;
-    if (std::sscanf(job.outText.c_str(), "PAL file: %ld frames", &counted) == 1)
+    const size_t info = job.outText.find("PAL file: ");
+    if (info != std::string::npos && std::sscanf(job.outText.c_str() + info, "PAL file: %ld frames", &counted) == 1)
         job.clip->frames = static_cast<int32_t>(counted);
     const bool exited = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     if (!exited)
