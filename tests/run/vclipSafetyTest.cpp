@@ -422,6 +422,7 @@ TEST(VclipSafety, InputsCannotMakeItAllocateOrWait)
          "is laid out in blocks of 1073741824 bytes"},
         {{"import", "--y4m", d / "side1.y4m", d / "side1.clip"}, 1, "frame 0: cut short: 1000 of its 536870912 bytes"},
         {{"import", "--y4m", d / "side.y4m", d / "side.clip"}, 0, ""},
+        {{"ntsc", d / "side1.y4m", d / "side1.ntsc"}, 1, "frame 0: cut short: 1000 of its 536870912 bytes"},
         {{"import", "--uyvy", d / "fifo", "--width", "16", "--height", "4", d / "f.clip"},
          1,
          "fifo is not a regular file; a file of raw UYVY frames was expected"},

@@ -42,14 +42,17 @@ public:
         out.interlacing = convertedFieldOrder(header.interlacing);
         palBytes_ = static_cast<int>(rawFrameBytes(width_, lines_));
         ntscBytes_ = static_cast<int>(rawFrameBytes(width_, kNtscLines));
-        pal_.assign(static_cast<size_t>(palBytes_) + kSlack, 0);
-        ntsc_.assign(static_cast<size_t>(ntscBytes_) + kSlack, 0);
-        planes_.assign(y4mFrameBytes(out), 0);
         return next_.Begin(out);
     }
 
     bool Frame(const uint8_t* planes) override
     {
+        // Made with the first frame, once its bytes are all there.
+        if (pal_.empty()) {
+            pal_.assign(static_cast<size_t>(palBytes_) + kSlack, 0);
+            ntsc_.assign(static_cast<size_t>(ntscBytes_) + kSlack, 0);
+            planes_.assign(static_cast<size_t>(ntscBytes_), 0);
+        }
         planarToPacked(planes, width_, lines_, pal_.data());
         convert(pal_.data(), ntsc_.data(), nullptr, 1, width_, lines_, kNtscLines, 0, palBytes_, ntscBytes_, 0);
         packedToPlanar(ntsc_.data(), width_, kNtscLines, planes_.data());

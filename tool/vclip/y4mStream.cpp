@@ -193,14 +193,17 @@ bool Y4mStreamReader::Pump(Y4mSink& sink)
 bool Y4mStreamWriter::Begin(const Y4mHeader& header)
 {
     const std::string head = formatY4mHeader(header);
-    static const char kMark[] = "FRAME\n";
-    chunk_.assign(kMark, kMark + 6);
-    chunk_.resize(6 + y4mFrameBytes(header));
+    frameBytes_ = y4mFrameBytes(header);
     return out_.Write(head.data(), head.size());
 }
 
 bool Y4mStreamWriter::Frame(const uint8_t* planes)
 {
+    if (chunk_.empty()) {
+        static const char kMark[] = "FRAME\n";
+        chunk_.assign(kMark, kMark + 6);
+        chunk_.resize(6 + frameBytes_);
+    }
     std::memcpy(chunk_.data() + 6, planes, chunk_.size() - 6);
     return out_.Write(chunk_.data(), chunk_.size());
 }

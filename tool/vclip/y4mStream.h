@@ -90,7 +90,8 @@ public:
 
 private:
     FileOutput& out_;
-    std::vector<uint8_t> chunk_;
+    size_t frameBytes_ = 0;
+    std::vector<uint8_t> chunk_;  // a FRAME line and a frame, made with the first frame
 };
 
 // Opens the stream named on a command line: "-" is standard input (it must
