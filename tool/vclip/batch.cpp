@@ -53,22 +53,22 @@ std::string converterOf(const Arguments& args)
 bool readSettings(const Arguments& args, BatchSettings& s)
 {
     if (args.operands.size() != 2)
-        return failure("batch takes a source and a destination folder; see 'vclip batch --help'") == 0;
+        return report("batch takes a source and a destination folder; see 'vclip batch --help'");
     s.source = args.operands[0];
     s.destination = args.operands[1];
     s.reduced = args.Has("reduced") ? args.Get("reduced") : "";
     s.jobs = processors();
     if (args.Has("scale") && (!toInt(args.Get("scale"), 2, 4, s.scale) || s.scale == 3))
-        return failure("--scale must be 2 or 4, not '%s'", args.Get("scale").c_str()) == 0;
+        return report("--scale must be 2 or 4, not '%s'", args.Get("scale").c_str());
     if (args.Has("jobs") && !toInt(args.Get("jobs"), 1, 1024, s.jobs))
-        return failure("--jobs must be a number from 1 to 1024, not '%s'", args.Get("jobs").c_str()) == 0;
+        return report("--jobs must be a number from 1 to 1024, not '%s'", args.Get("jobs").c_str());
     s.converter = converterOf(args);
     s.manifest = args.Has("manifest") ? args.Get("manifest") : (fs::path(s.destination) / "vclip-batch.tsv").string();
     s.framemd5 = args.Flag("framemd5");
     s.force = args.Flag("force");
     std::error_code ec;
     if (!fs::is_directory(s.source, ec))
-        return failure("%s is not a folder", s.source.c_str()) == 0;
+        return report("%s is not a folder", s.source.c_str());
     if (!foldersApart(s))
         return false;
     if (folderWithin(fs::path(s.manifest).parent_path().string(), s.source))
@@ -84,19 +84,19 @@ bool onlyEntry(const BatchSettings& s, const std::string& relative, std::vector<
 {
     const fs::path rel = fs::path(relative).lexically_normal();
     if (rel.empty() || rel.is_absolute() || *rel.begin() == ".." || !rel.has_filename())
-        return failure("--only takes a path inside the source folder, not '%s'", relative.c_str()) == 0;
+        return report("--only takes a path inside the source folder, not '%s'", relative.c_str());
     fs::path folder = s.source;
     for (const fs::path& part : rel.parent_path()) {
         folder /= part;
         std::error_code ec;
         if (!fs::is_directory(fs::symlink_status(folder, ec)))
-            return failure("%s is not a folder of %s", folder.c_str(), s.source.c_str()) == 0;
+            return report("%s is not a folder of %s", folder.c_str(), s.source.c_str());
     }
     ArchiveEntry entry;
     entry.relative = rel.string();
     entry.clip = startsAsClipFile((fs::path(s.source) / rel).string());
     if (!entry.clip)
-        return failure("%s is not a clip under %s", relative.c_str(), s.source.c_str()) == 0;
+        return report("%s is not a clip under %s", relative.c_str(), s.source.c_str());
     entries.push_back(entry);
     return true;
 }
@@ -251,17 +251,17 @@ bool BatchManifest::Open(const std::string& path)
     createManifest(path);
     UniqueFd fd(open(path.c_str(), O_RDWR | O_APPEND | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     if (!fd.IsOpen())
-        return failure("%s: %s", path.c_str(), std::strerror(errno)) == 0;
+        return report("%s: %s", path.c_str(), std::strerror(errno));
     struct stat st;
     std::string head(std::strlen(kManifestHeader), '\0');
     if (fstat(fd.Get(), &st) != 0 || !S_ISREG(st.st_mode))
-        return failure("%s is not a regular file; it is left as it is", path.c_str()) == 0;
+        return report("%s is not a regular file; it is left as it is", path.c_str());
     bool ours =
         pread(fd.Get(), &head[0], head.size(), 0) == static_cast<ssize_t>(head.size()) && head == kManifestHeader;
     if (!ours && st.st_size == 0 && write(fd.Get(), kManifestHeader, head.size()) == static_cast<ssize_t>(head.size()))
         ours = true;
     if (!ours)
-        return failure("%s is not a batch manifest; it is left as it is", path.c_str()) == 0;
+        return report("%s is not a batch manifest; it is left as it is", path.c_str());
     fd_ = fd.Release();
     return true;
 }

@@ -98,7 +98,7 @@ bool walkArchive(const std::string& source, std::vector<ArchiveEntry>& entries)
         entries.push_back(entry);
     }
     if (ec)
-        return failure("%s: %s", source.c_str(), ec.message().c_str()) == 0;
+        return report("%s: %s", source.c_str(), ec.message().c_str());
     std::sort(entries.begin(), entries.end(),
               [](const ArchiveEntry& a, const ArchiveEntry& b) { return a.relative < b.relative; });
     return true;
@@ -118,8 +118,8 @@ bool foldersApart(const BatchSettings& settings)
             if (a.path->empty() || b.path->empty())
                 continue;
             if (folderWithin(*b.path, *a.path) || folderWithin(*a.path, *b.path))
-                return failure("the %s %s and the %s %s overlap (one is, holds or lies inside the other)", a.what,
-                               a.path->c_str(), b.what, b.path->c_str()) == 0;
+                return report("the %s %s and the %s %s overlap (one is, holds or lies inside the other)", a.what,
+                              a.path->c_str(), b.what, b.path->c_str());
         }
     return true;
 }
@@ -130,7 +130,7 @@ bool makeParentFolders(const std::string& path)
     const fs::path parent = fs::path(path).parent_path();
     if (!parent.empty())
         fs::create_directories(parent, ec);
-    return !ec || failure("%s: %s", parent.c_str(), ec.message().c_str()) == 0;
+    return !ec || report("%s: %s", parent.c_str(), ec.message().c_str());
 }
 
 StoreMessagesAside::StoreMessagesAside()

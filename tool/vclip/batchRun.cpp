@@ -223,7 +223,7 @@ private:
     Clock::time_point start_ = Clock::now();
 };
 
-void report(BatchManifest& manifest, BatchProgress& progress, const BatchClip& clip, const BatchOutcome& outcome)
+void recordOutcome(BatchManifest& manifest, BatchProgress& progress, const BatchClip& clip, const BatchOutcome& outcome)
 {
     manifest.Record(clip, clip.frames, outcome);
     if (outcome.kind == BatchOutcome::Kind::Failed) {
@@ -261,7 +261,7 @@ void collect(const BatchSettings& settings, std::vector<std::unique_ptr<Job>>& r
         }
         const BatchOutcome outcome = finish(settings, job, status);
         failed += outcome.kind == BatchOutcome::Kind::Failed;
-        report(manifest, progress, *job.clip, outcome);
+        recordOutcome(manifest, progress, *job.clip, outcome);
         it = running.erase(it);
     }
     progress.Show();
@@ -287,7 +287,7 @@ int runBatch(const BatchSettings& settings, std::vector<BatchClip>& clips, Batch
             BatchOutcome outcome;
             outcome.message = refusal;
             ++failed;
-            report(manifest, progress, *job->clip, outcome);
+            recordOutcome(manifest, progress, *job->clip, outcome);
         }
         collect(settings, running, manifest, progress, failed);
     }

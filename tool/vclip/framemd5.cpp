@@ -122,7 +122,7 @@ bool writeFramemd5File(const std::string& from, const std::string& output, bool 
 {
     std::string text, error;
     if (!clipFramemd5(from, text, error))
-        return failure("%s", error.c_str()) == 0;
+        return report("%s", error.c_str());
     OutputRules rules;
     rules.force = force;
     FileOutput out;
@@ -132,8 +132,8 @@ bool writeFramemd5File(const std::string& from, const std::string& output, bool 
 
 int commandFramemd5(const Arguments& args)
 {
-    if (args.operands.size() != 1)
-        return failure("framemd5 takes one clip; see 'vclip framemd5 --help'");
+    if (!oneOperand(args, "framemd5", "one clip"))
+        return 1;
     std::string text, error;
     if (!clipFramemd5(args.operands[0], text, error))
         return failure("%s", error.c_str());
