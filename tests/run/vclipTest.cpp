@@ -160,6 +160,41 @@ TEST(Vclip, PpmAndPngImages)
 #endif
 }
 
+// set changes the header's fields and nothing else; export carries them, or
+// its own for one stream; a picture sequence takes a checked pattern.
+TEST(Vclip, SetExportTagsAndPictureSequences)
+{
+    ScratchDir d;
+    const std::string clip = d / "c.clip";
+    WriteClip(clip, Header(3, 16, 4), 8);
+    const std::string before = ReadFile(clip);
+    ASSERT_EQ(VclipInProcess({"set", clip, "--rate=30000/1001", "--field-order", "bff"}).status, 0);
+    std::string after = ReadFile(clip);
+    EXPECT_EQ(after.substr(0, 44), Encoded(Header(3, 16, 4, 1008, 30000.0 / 1001, 2)));
+    EXPECT_TRUE(after.substr(44) == before.substr(44));
+    RunResult r = VclipInProcess({"export", clip, "--y4m", "-", "--frames", "1-2"});
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "YUV4MPEG2 W16 H4 F30000:1001 Ib A0:0 C422");
+    EXPECT_EQ(r.out.size(), r.out.find('\n') + 1 + 2 * (6 + 128));
+    r = VclipInProcess({"export", clip, "--y4m", "-", "--rate", "25", "--field-order", "progressive"});
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "YUV4MPEG2 W16 H4 F25:1 Ip A0:0 C422");
+
+    // A preserved clip keeps its header until it is released.
+    ASSERT_EQ(VclipInProcess({"set", clip, "--replaceable", "0"}).status, 0);
+    after = ReadFile(clip);
+    EXPECT_NE(VclipInProcess({"set", clip, "--rate", "25"}).err.find("is a preserved clip"), std::string::npos);
+    EXPECT_TRUE(ReadFile(clip) == after);
+    EXPECT_EQ(VclipInProcess({"set", clip, "--rate", "25", "--replaceable", "1"}).status, 0);
+
+    ASSERT_EQ(VclipInProcess({"export", clip, "--frames", "1-2", "--image", d / "f%03d.ppm"}).status, 0);
+    EXPECT_TRUE(std::filesystem::exists(d / "f001.ppm") && std::filesystem::exists(d / "f002.ppm"));
+    WriteFile(d / "g1.ppm", "notes");  // the second name is taken: nothing is written
+    for (const char* name : {"g%d.ppm", "g.ppm", "g%d%d.ppm", "g%s%d.ppm", "g%x.ppm", "g%100d.ppm"}) {
+        r = VclipInProcess({"export", clip, "--frames", "0-1", "--image", d / name});
+        EXPECT_EQ(r.status, 1) << name;
+        EXPECT_FALSE(std::filesystem::exists(d / "g0.ppm")) << name;
+    }
+}
+
 // The text of a manual page section, from its heading line to the next
 // heading, with roff's escaped hyphens and font changes made plain.
 std::string ManSection(const std::string& page, const std::string& heading)
