@@ -65,6 +65,8 @@ bool readSettings(const Arguments& args, BatchSettings& s)
     s.converter = converterOf(args);
     s.manifest = args.Has("manifest") ? args.Get("manifest") : (fs::path(s.destination) / "vclip-batch.tsv").string();
     s.framemd5 = args.Flag("framemd5");
+    if (s.framemd5 && !framemd5Available())
+        return report("--framemd5 needs libcrypto, which this build of vclip was made without");
     s.force = args.Flag("force");
     std::error_code ec;
     if (!fs::is_directory(s.source, ec))

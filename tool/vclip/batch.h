@@ -108,6 +108,9 @@ struct BatchOutcome {
 // error line, on failure.
 bool writeFramemd5File(const std::string& from, const std::string& output, bool force);
 
+// Whether this build has the MD5 that frame checksums need.
+bool framemd5Available();
+
 // Frame checksums of a clip in FFmpeg's framemd5 format. False with the
 // reason in `error`.
 bool clipFramemd5(const std::string& path, std::string& text, std::string& error);

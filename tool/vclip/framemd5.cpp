@@ -85,6 +85,8 @@ bool fail(std::string& error, std::string why)
 
 }  // namespace
 
+bool framemd5Available() { return kHaveMd5; }
+
 bool clipFramemd5(const std::string& path, std::string& text, std::string& error)
 {
     if (!kHaveMd5)
