@@ -19,10 +19,17 @@ namespace {
 constexpr int width = 720, palLines = 576, ntscLines = 486, words = width / 2;
 using Frame = std::vector<uint32_t>;
 
-Frame randomFrame(uint32_t seed)
+// A picture size and field order.
+struct Shape {
+    int width = 720, lines = 576;
+    bool topFirst = true, progressive = false;
+    std::size_t words() const { return static_cast<std::size_t>(width / 2); }
+};
+
+Frame randomFrame(uint32_t seed, std::size_t count = words * palLines)
 {
     std::mt19937 rng(seed);
-    Frame f(words * palLines);
+    Frame f(count);
     for (auto& w : f)
         w = static_cast<uint32_t>(rng());
     return f;
@@ -39,23 +46,26 @@ Frame randomTiles(uint32_t seed)
     return f;
 }
 
-Frame lineConvert(Frame pal)
+Frame lineConvert(Frame pal, const Shape& shape = {})
 {
-    Frame ntsc(words * ntscLines);
+    Frame ntsc(shape.words() * ntscLines);
     float fieldMode = 1.0f;
-    Convert converter(width, ntscLines, 1, &fieldMode);
-    converter.DoConvert(pal.data(), palLines, ntsc.data());
+    Convert converter(shape.width, ntscLines, 1, &fieldMode);
+    converter.DoConvert(pal.data(), shape.lines, ntsc.data());
     return ntsc;
 }
 
-std::vector<Frame> convertAll(const std::vector<Frame>& input, int threads, bool topFirst = true)
+std::vector<Frame> convertAll(const std::vector<Frame>& input, int threads, const Shape& shape = {})
 {
     FieldRateSettings settings;
+    settings.width = shape.width;
+    settings.inputLines = shape.lines;
     settings.threads = threads;
-    settings.topFieldFirst = topFirst;
+    settings.topFieldFirst = shape.topFirst;
+    settings.progressive = shape.progressive;
     std::vector<Frame> out;
     FieldRateConverter converter(settings, [&](const uint32_t* frame) {
-        out.emplace_back(frame, frame + words * ntscLines);
+        out.emplace_back(frame, frame + shape.words() * ntscLines);
         return 1;
     });
     for (const Frame& f : input)
@@ -99,13 +109,17 @@ int largestDifference(const Frame& a, const Frame& b, int top, int bottom, int m
 
 TEST(FieldRate, StillPicturesGiveThePlainLineConversion)
 {
-    const Frame still = randomFrame(7);
-    const std::vector<Frame> out = convertAll(std::vector<Frame>(12, still), 2);
-    // 12 frames at 25/s last as long as 14 at 30000/1001/s.
-    ASSERT_EQ(out.size(), 14u);
-    const Frame expected = lineConvert(still);
-    for (const Frame& f : out)
-        EXPECT_EQ(f, expected);
+    // Either field order, progressive frames, and a small picture whose
+    // fields end inside a block.
+    for (const Shape& shape : {Shape{}, Shape{720, 576, false}, Shape{720, 576, true, true}, Shape{104, 62}}) {
+        const Frame still = randomFrame(7, shape.words() * static_cast<std::size_t>(shape.lines));
+        const std::vector<Frame> out = convertAll(std::vector<Frame>(12, still), 2, shape);
+        // 12 frames at 25/s last as long as 14 at 30000/1001/s.
+        ASSERT_EQ(out.size(), 14u);
+        const Frame expected = lineConvert(still, shape);
+        for (const Frame& f : out)
+            EXPECT_EQ(f, expected) << shape.width << " x " << shape.lines;
+    }
 }
 
 // Each output field at its own instant: field k at k * 1001 / 1200 input
@@ -150,7 +164,7 @@ TEST(FieldRate, CutsAreNeverBlended)
     for (const bool topFirst : {true, false}) {
         std::vector<Frame> input(6, a);
         input.resize(12, b);
-        const std::vector<Frame> out = convertAll(input, 2, topFirst);
+        const std::vector<Frame> out = convertAll(input, 2, Shape{720, 576, topFirst});
         ASSERT_EQ(out.size(), 14u);
         for (std::size_t m = 0; m < out.size(); ++m)
             for (std::size_t order = 0; order < 2; ++order) {
