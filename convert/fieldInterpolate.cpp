@@ -86,12 +86,25 @@ void sampleRun(const Plane& plane, int y, int x0, int x1, int fromX, int fromY, 
     }
 }
 
-// Scratch lines for one band of interpolation.
+// Lines a thread works in, kept from one band to the next; nothing in them
+// outlives the line it is used for.
 struct Scratch {
     std::vector<int> column, p, q;
-    explicit Scratch(int n)
-        : column(static_cast<std::size_t>(n + 3)), p(static_cast<std::size_t>(n)), q(static_cast<std::size_t>(n))
-    {}
+    std::vector<MotionVector> vectors;
+    std::vector<uint8_t> luma, cb, cr;
+    void size(int samples)
+    {
+        const auto n = static_cast<std::size_t>(samples);
+        if (p.size() == n)
+            return;
+        column.assign(n + 3, 0);
+        p.assign(n, 0);
+        q.assign(n, 0);
+        vectors.assign(n, MotionVector{});
+        luma.assign(n, 0);
+        cb.assign(n / 2, 0);
+        cr.assign(n / 2, 0);
+    }
 };
 
 // Samples [x0, x1) of line y of the plane pair along one vector whose ends
@@ -204,10 +217,10 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
 {
     const int words = width >> 1;
     const int weight = weightOf(at);
-    std::vector<MotionVector> vectors(static_cast<std::size_t>(2 * words));
-    std::vector<uint8_t> luma(static_cast<std::size_t>(2 * words)), cb(static_cast<std::size_t>(words)),
-        cr(static_cast<std::size_t>(words));
-    Scratch scratch(2 * words);
+    static thread_local Scratch scratch;
+    scratch.size(2 * words);
+    std::vector<MotionVector>& vectors = scratch.vectors;
+    std::vector<uint8_t>&luma = scratch.luma, &cb = scratch.cb, &cr = scratch.cr;
     for (int y = from; y < to; ++y) {
         pixelVectors(a, b, chosen, at, y, vectors);
         forEachRun(vectors, 2 * words, 1, [&](MotionVector v, int x0, int x1) {
