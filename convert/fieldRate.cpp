@@ -15,6 +15,8 @@ namespace {
 
 // Frames held: the two around the fields being made and the one arriving.
 constexpr int slotCount = 4;
+// Words after a frame that no line holds.
+constexpr std::size_t slack = 16;
 // Lines of the line conversion made per band.
 constexpr int convertBand = 27;
 // Field lines interpolated per band.
@@ -82,8 +84,9 @@ struct FieldRateConverter::State {
         num /= common;
         den /= common;
         const std::size_t words = static_cast<std::size_t>(s.width >> 1);
-        woven.assign(words * static_cast<std::size_t>(s.inputLines), 0);
-        output.assign(words * static_cast<std::size_t>(s.outputLines), 0);
+        // Room after each frame for kernels that read whole vectors.
+        woven.assign(words * static_cast<std::size_t>(s.inputLines) + slack, 0);
+        output.assign(words * static_cast<std::size_t>(s.outputLines) + slack, 0);
     }
 
     int fieldLines() const { return settings.inputLines >> 1; }
@@ -132,7 +135,7 @@ bool FieldRateConverter::State::ready(int64_t m) const
 void FieldRateConverter::State::take(const void* frame)
 {
     Slot& s = slot(received);
-    const std::size_t bytes = woven.size() * 4;
+    const std::size_t bytes = (woven.size() - slack) * 4;
     s.frame.resize(bytes);
     std::memcpy(s.frame.data(), frame, bytes);
     s.index = received;

@@ -51,9 +51,10 @@ const std::vector<Command>& vclipCommands()
          "                                    rewrite those header fields in place\n"},
         {"ntsc",
          commandNtsc,
-         {{}, {"force"}},
+         {{"rate", "field-order"}, {"force"}},
          ntscHelp,
-         "  ntsc IN.y4m OUT.y4m               convert a 4:2:2 stream to NTSC lines ('-': a pipe)\n"},
+         "  ntsc IN.y4m OUT.y4m [--rate 30000/1001 [--field-order tff|bff|progressive]]\n"
+         "                                    convert a 4:2:2 stream to NTSC lines ('-': a pipe)\n"},
     };
     return kCommands;
 }

@@ -10,6 +10,7 @@
 #include "tool/vclip/commands.h"
 #include "tool/vclip/help.h"
 #include "tool/vclip/messages.h"
+#include "tool/vclip/ntscRate.h"
 #include "tool/vclip/pictures.h"
 #include "tool/vclip/y4mStream.h"
 
@@ -71,7 +72,7 @@ private:
 
 std::string ntscHelp()
 {
-    return "Usage: vclip ntsc IN.y4m OUT.y4m [--force]\n"
+    return "Usage: vclip ntsc IN.y4m OUT.y4m [--rate R [--field-order tff|bff|progressive]] [--force]\n"
            "Converts every frame of a YUV4MPEG2 stream to 486 lines with the converter's\n"
            "own line conversion: its frames are byte for byte the ones pal2ntsc makes from\n"
            "the same frames in a clip. IN or OUT may be '-', standard input or output, so\n"
@@ -84,7 +85,14 @@ std::string ntscHelp()
            "of frames is not changed) and the pixel aspect; its field order follows\n"
            "where the output lines come from: It becomes Ib and Ib becomes It, Ip, Im and\n"
            "I? stay. A stream that ends cut short or malformed is an error naming the\n"
-           "frame, and OUT (a file) is then left as it was.\n" +
+           "frame, and OUT (a file) is then left as it was.\n"
+           "--rate R (30000/1001 for NTSC) also changes the frame rate, keeping the\n"
+           "duration: each output field shows the scene at its own instant, made from the\n"
+           "input fields of its parity around it by motion-compensated interpolation,\n"
+           "never blended across a scene cut; progressive input (Ip) too. The output is\n"
+           "interlaced, Ib for It or Ip input, It for Ib input, and needs an input of at\n"
+           "least 32 x 32. --field-order tff|bff|progressive gives the input's order where\n"
+           "the header gives none (I?, Im) or a wrong one.\n" +
            replacesText("An existing OUT is replaced only when it is empty or a YUV4MPEG2 stream;\n");
 }
 
@@ -92,6 +100,9 @@ int commandNtsc(const Arguments& args)
 {
     if (args.operands.size() != 2)
         return failure("ntsc takes an input and an output stream; see 'vclip ntsc --help'");
+    NtscRate rate;
+    if (!ntscRateOptions(args, rate))
+        return 1;
     UniqueFd file;
     int input = -1;
     std::string shownName;
@@ -108,5 +119,6 @@ int commandNtsc(const Arguments& args)
         return 1;
     Y4mStreamWriter writer(out);
     NtscLines conversion(writer);
-    return reader.Pump(conversion) ? 0 : 1;
+    const std::unique_ptr<Y4mSink> timed = rate.num ? fieldRateStage(writer, rate, shownName) : nullptr;
+    return reader.Pump(timed ? *timed : conversion) ? 0 : 1;
 }

@@ -1,0 +1,111 @@
+#include "tool/vclip/ntscRate.h"
+
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "convert/fieldRate.h"
+#include "tool/vclip/commands.h"
+#include "tool/vclip/messages.h"
+#include "tool/vclip/pictures.h"
+#include "tool/vclip/y4m.h"
+
+namespace {
+
+constexpr int kNtscLines = 486;
+
+class FieldRateLines : public Y4mSink {
+public:
+    FieldRateLines(Y4mSink& next, const NtscRate& rate, std::string inputName)
+        : next_(next), rate_(rate), name_(std::move(inputName))
+    {}
+
+    bool Begin(const Y4mHeader& header) override
+    {
+        FieldRateSettings settings;
+        if (!orderOf(header.interlacing, settings))
+            return false;
+        settings.width = header.width;
+        settings.inputLines = header.height;
+        settings.outputLines = kNtscLines;
+        settings.inputRateNum = header.rateNum;
+        settings.inputRateDen = header.rateDen;
+        settings.outputRateNum = rate_.num;
+        settings.outputRateDen = rate_.den;
+        // The bytes are the same for any number of threads.
+        const unsigned cores = std::thread::hardware_concurrency();
+        settings.threads = cores < 1 ? 1 : (cores > 16 ? 16 : static_cast<int>(cores));
+        if (!FieldRateConverter::usable(settings))
+            return report("%s: %d x %d at %d:%d; the rate conversion needs at least 32 x 32 pixels, an even number "
+                          "of lines and a known rate",
+                          name_.c_str(), header.width, header.height, header.rateNum, header.rateDen);
+        width_ = header.width;
+        lines_ = header.height;
+        pal_.assign(static_cast<size_t>(rawFrameBytes(width_, lines_)), 0);
+        Y4mHeader out = header;
+        out.height = kNtscLines;
+        out.rateNum = rate_.num;
+        out.rateDen = rate_.den;
+        // Every output frame holds two fields of their own instants; the
+        // line conversion puts the field first in time on the odd lines.
+        out.interlacing = settings.topFieldFirst ? 'b' : 't';
+        planes_.assign(y4mFrameBytes(out), 0);
+        converter_ = std::make_unique<FieldRateConverter>(settings, [this](const uint32_t* frame) {
+            packedToPlanar(reinterpret_cast<const uint8_t*>(frame), width_, kNtscLines, planes_.data());
+            return next_.Frame(planes_.data()) ? 1 : 0;
+        });
+        return next_.Begin(out);
+    }
+
+    bool Frame(const uint8_t* planes) override
+    {
+        planarToPacked(planes, width_, lines_, pal_.data());
+        return converter_->push(pal_.data()) != 0;
+    }
+
+    bool End() override { return converter_->finish() && next_.End(); }
+
+private:
+    // The input's field order: --field-order, else the header's.
+    bool orderOf(char tag, FieldRateSettings& settings) const
+    {
+        const int order = rate_.fieldOrder >= 0 ? rate_.fieldOrder : (tag == 'p' ? 0 : interlacingFromTag(tag));
+        if (order == 0 && rate_.fieldOrder < 0 && tag != 'p')
+            return report("%s: the header gives no field order (I%c); say --field-order tff, bff or progressive",
+                          name_.c_str(), tag);
+        settings.progressive = order == 0;
+        settings.topFieldFirst = order != 2;
+        return true;
+    }
+
+    Y4mSink& next_;
+    NtscRate rate_;
+    std::string name_;
+    int width_ = 0, lines_ = 0;
+    std::vector<uint8_t> pal_, planes_;
+    std::unique_ptr<FieldRateConverter> converter_;
+};
+
+}  // namespace
+
+bool ntscRateOptions(const Arguments& args, NtscRate& rate)
+{
+    if (args.Has("rate")) {
+        double value = 0;
+        if (!toRate(args.Get("rate"), value))
+            return badValue("rate", args.Get("rate"), "frames a second: 25, 29.97 or 30000/1001");
+        rateToFraction(value, rate.num, rate.den);
+    }
+    if (args.Has("field-order")) {
+        if (!toFieldOrder(args.Get("field-order"), rate.fieldOrder))
+            return badValue("field order", args.Get("field-order"), "tff, bff or progressive");
+        if (!rate.num)
+            return report("ntsc: --field-order goes with --rate");
+    }
+    return true;
+}
+
+std::unique_ptr<Y4mSink> fieldRateStage(Y4mSink& next, const NtscRate& rate, const std::string& inputName)
+{
+    return std::make_unique<FieldRateLines>(next, rate, inputName);
+}
