@@ -142,7 +142,13 @@ void Convert::DoConversion(void* object, int partIndex, int partCount)
 // The whole frame, whatever the part: the job is never split.
 void Convert::DoConversion(int, int) { ConvertLines(0, outputLines); }
 
-void Convert::ConvertLines(int from, int to)
+void Convert::ConvertLines(int from, int to) { MakeLines(from, to, nullptr, false); }
+
+void Convert::ConvertLines(int from, int to, uint32_t* out) { MakeLines(from, to, out, false); }
+
+void Convert::StreamLines(int from, int to) { MakeLines(from, to, nullptr, true); }
+
+void Convert::MakeLines(int from, int to, uint32_t* out, bool streamed)
 {
     const int L = width >> 1;
     if (from < 0)
@@ -151,6 +157,9 @@ void Convert::ConvertLines(int from, int to)
         to = outputLines;
     if (from >= to)
         return;
+    const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
+    if (!out)
+        out = destination + static_cast<std::size_t>(from) * stride;
 
     // Truncating the flag towards zero gives nonzero exactly when its
     // magnitude is at least one. Comparing instead of converting keeps huge
@@ -160,15 +169,14 @@ void Convert::ConvertLines(int from, int to)
     if (map.empty())
         return;
 
-    const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
     InputPrefetch prefetch(source, stride, inputLines);
     // The kernels of the path in use, looked up once for all the lines.
-    const MixLineKernels& kernels = pixelKernels().mixLine;
+    const MixLineKernels& kernels = streamed ? pixelKernels().mixLineStreamed : pixelKernels().mixLine;
     for (int y = from; y < to; ++y) {
         const LineSource line = map(y);
         prefetch.request(line.a, line.a + map.step() + prefetchLines);
         blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride,
                   static_cast<std::size_t>(map.step()) * stride, line,
-                  destination + static_cast<std::size_t>(y) * stride, L);
+                  out + static_cast<std::size_t>(y - from) * stride, L);
     }
 }

@@ -29,6 +29,17 @@ public:
     // frame band by band while the lines just made are still in cache.
     void ConvertLines(int from, int to);
 
+    // The same lines written to out instead, line from at its start and the
+    // others after it with no gaps; the block converter gives a small buffer
+    // that stays in cache.
+    void ConvertLines(int from, int to, uint32_t* out);
+
+    // The same lines written into destination with streaming stores (see
+    // convert/pixelKernels.h): for a frame bound for the disk, which the
+    // processor does not read again. The caller runs the path's streamFence
+    // before another thread uses them.
+    void StreamLines(int from, int to);
+
     int32_t width;
     int32_t outputLines;
     int32_t inputLines;
@@ -36,4 +47,9 @@ public:
     int32_t unused;
     uint32_t* source;
     uint32_t* destination;
+
+private:
+    // Lines [from, to) into out, or into their place in destination when
+    // out is null.
+    void MakeLines(int from, int to, uint32_t* out, bool streamed);
 };

@@ -25,31 +25,32 @@ inline __m256i blend32(__m256i p, __m256i q)
     }
 }
 
-struct Blend32 {
-    static constexpr int units = 8;
+struct Lanes32 {
+    using type = __m256i;
 
     template <int K>
-    static void blend(const uint32_t* first, const uint32_t* second, uint32_t* out)
+    static __m256i mix(__m256i p, __m256i q)
     {
-        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first));
-        const __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(second));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), blend32<K>(p, q));
+        return blend32<K>(p, q);
     }
+
+    static void stream(void* out, __m256i v) { _mm256_stream_si256(static_cast<__m256i*>(out), v); }
 };
 
 // 16 bytes in the low half of the registers.
-struct Blend16 {
-    static constexpr int units = 4;
+struct Lanes16 {
+    using type = __m128i;
 
     template <int K>
-    static void blend(const uint32_t* first, const uint32_t* second, uint32_t* out)
+    static __m128i mix(__m128i p, __m128i q)
     {
-        const __m256i p = _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(first)));
-        const __m256i q = _mm256_zextsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(second)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(blend32<K>(p, q)));
+        return _mm256_castsi256_si128(blend32<K>(_mm256_zextsi128_si256(p), _mm256_zextsi128_si256(q)));
     }
 };
 
 }  // namespace
 
-void addAvx2MixLine(PixelKernels& table) { table.mixLine = mixLineTable<VectorMixLines<Blend32, Blend16>>(); }
+void addAvx2MixLine(PixelKernels& table)
+{
+    addStreamedKernels<Lanes32, Lanes16>(table, [] { _mm_sfence(); });
+}

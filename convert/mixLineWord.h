@@ -49,16 +49,94 @@ inline void mixLineWords(const uint32_t* first, const uint32_t* second, uint32_t
     }
 }
 
-// A line kernel from vector steps (see vectorSteps); a step blends
-// Step::units words of each line. Weight 0 is the plain copy on every path.
+// One vector step of a line blend: Lanes::type holds Lanes::units words,
+// and Lanes::mix<K>(p, q) blends two of them by the rule above. Loads and
+// stores assume no alignment; a streamed step writes with Lanes::stream, the
+// instruction set's store that does not read the destination first (its
+// address must be aligned to the register's size).
+template <class Lanes, bool Streamed = false>
+struct BlendStep {
+    using Type = typename Lanes::type;
+    static constexpr int units = static_cast<int>(sizeof(Type) / sizeof(uint32_t));
+
+    template <int K>
+    static void blend(const uint32_t* first, const uint32_t* second, uint32_t* out)
+    {
+        Type p, q;
+        std::memcpy(&p, first, sizeof p);
+        std::memcpy(&q, second, sizeof q);
+        const Type mixed = Lanes::template mix<K>(p, q);
+        if constexpr (Streamed)
+            Lanes::stream(out, mixed);
+        else
+            std::memcpy(out, &mixed, sizeof mixed);
+    }
+};
+
+// A line kernel from vector steps (see vectorSteps) of Wide and Narrow
+// lanes. Weight 0 is the plain copy on every path.
 template <class Wide, class Narrow, int K>
 void vectorMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
 {
     int i = 0;
     if constexpr (K != 0)
-        i = vectorSteps<Wide, Narrow>(
+        i = vectorSteps<BlendStep<Wide>, BlendStep<Narrow>>(
             words, [&](auto step, int at) { decltype(step)::template blend<K>(first + at, second + at, out + at); });
     mixLineWords<K>(first, second, out, i, words);
+}
+
+// Words before the first address of `out` aligned for Lanes' streaming
+// stores, at most `words`; all of them when `out` is not on a word boundary.
+template <class Lanes>
+int wordsBeforeAlignment(const void* out, int words)
+{
+    constexpr std::uintptr_t alignment = sizeof(typename Lanes::type);
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(out);
+    if (address % sizeof(uint32_t) != 0)
+        return words;
+    const int lead = static_cast<int>((alignment - address % alignment) % alignment / sizeof(uint32_t));
+    return lead < words ? lead : words;
+}
+
+// The same line written with streaming stores (see StreamCopyKernel): the
+// words up to the first aligned address by the plain rule, whole Wide steps
+// streamed, the rest as vectorMixLine makes it. The weight-0 copy streams
+// the second line blended with itself, which is that line.
+template <class Wide, class Narrow, int K>
+void streamedMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
+{
+    const int lead = wordsBeforeAlignment<Wide>(out, words);
+    mixLineWords<K>(first, second, out, 0, lead);
+    const uint32_t* blended = K == 0 ? second : first;
+    int i = lead;
+    for (; i + BlendStep<Wide>::units <= words; i += BlendStep<Wide>::units)
+        BlendStep<Wide, true>::template blend<K>(blended + i, second + i, out + i);
+    vectorMixLine<Wide, Narrow, K>(first + i, second + i, out + i, words - i);
+}
+
+// Copies with Lanes' streaming stores (a StreamCopyKernel), a 64-byte cache
+// line at a time: the bytes before the first aligned address and after the
+// last whole line plainly.
+template <class Lanes>
+void streamCopy(const void* from, void* to, std::size_t bytes)
+{
+    using Type = typename Lanes::type;
+    constexpr std::size_t line = 64, perLine = line / sizeof(Type);
+    const auto* in = static_cast<const unsigned char*>(from);
+    auto* out = static_cast<unsigned char*>(to);
+    const std::size_t misalignment = reinterpret_cast<std::uintptr_t>(out) % line;
+    std::size_t i = misalignment == 0 ? 0 : line - misalignment;
+    if (i > bytes)
+        i = bytes;
+    std::memcpy(out, in, i);
+    for (; i + line <= bytes; i += line) {
+        for (std::size_t k = 0; k < perLine; ++k) {
+            Type v;
+            std::memcpy(&v, in + i + k * sizeof v, sizeof v);
+            Lanes::stream(out + i + k * sizeof v, v);
+        }
+    }
+    std::memcpy(out + i, in + i, bytes - i);
 }
 
 // The kernels of one path for every weight: Kernels::of<K> at index K.
@@ -74,11 +152,28 @@ constexpr MixLineKernels mixLineTable()
     return mixLineTable<Kernels>(std::make_index_sequence<mixLineWeights>());
 }
 
-// The kernels of a path with vector steps Wide and Narrow.
+// The kernels of a path with lanes Wide and Narrow, written plainly or with
+// streaming stores.
 template <class Wide, class Narrow = Wide>
 struct VectorMixLines {
     template <int K>
     static constexpr MixLineKernel* of = &vectorMixLine<Wide, Narrow, K>;
 };
+
+template <class Wide, class Narrow = Wide>
+struct StreamedMixLines {
+    template <int K>
+    static constexpr MixLineKernel* of = &streamedMixLine<Wide, Narrow, K>;
+};
+
+// A path's blend kernels, both kinds, and its streaming copy.
+template <class Wide, class Narrow = Wide>
+void addStreamedKernels(PixelKernels& table, void (*fence)())
+{
+    table.mixLine = mixLineTable<VectorMixLines<Wide, Narrow>>();
+    table.mixLineStreamed = mixLineTable<StreamedMixLines<Wide, Narrow>>();
+    table.streamCopy = &streamCopy<Wide>;
+    table.streamFence = fence;
+}
 
 }  // namespace
