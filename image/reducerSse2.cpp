@@ -2,4 +2,4 @@
 // the plain rule.
 #include "image/reducerVector.h"
 
-void addSse2Reducers(PixelKernels& table) { addVectorRows<Rows128>(table); }
+void addSse2Reducers(PixelKernels& table) { addVectorRows<RowStep<Regs128>>(table); }

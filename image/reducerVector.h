@@ -1,7 +1,8 @@
-// Vector helpers of the x86 reducer rows, written once on 128-bit registers:
-// the SSE2 rows are made of them, and the AVX2 rows use them for their last
-// four pixels. Internal linkage (see image/pixelOps.h). x86 is little-endian,
-// so the bytes Cb, Y0, Cr, Y1 of a word are its bits 0, 8, 16 and 24.
+// The x86 reducer rows' vector step, written once for any register width:
+// Regs names the instructions of one width (Regs128 below for SSE2 and the
+// AVX2 rows' last four pixels, Regs256 in image/reducerAvx2.cpp). Internal
+// linkage (see image/pixelOps.h). x86 is little-endian, so the bytes Cb, Y0,
+// Cr, Y1 of a word are its bits 0, 8, 16 and 24.
 #pragma once
 
 #include <emmintrin.h>
@@ -32,51 +33,84 @@ constexpr int crPairG = static_cast<int>((static_cast<uint32_t>(crToGRest) << 16
 constexpr int cbPairB = cbToBRest;
 }  // namespace split
 
-inline __m128i load128(const uint32_t* words) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(words)); }
+// The plain lane arithmetic of the step, for registers of any size through
+// the compiler's vector types: halves are 16-bit lanes, words 32-bit ones.
+template <std::size_t Bytes>
+struct Lanes {
+    typedef int16_t halves __attribute__((vector_size(Bytes)));
+    typedef uint16_t unsignedHalves __attribute__((vector_size(Bytes)));
+    typedef int32_t words __attribute__((vector_size(Bytes)));
+};
+
+// What only the instructions of one width do, 128 bits here.
+struct Regs128 {
+    using type = __m128i;
+    static constexpr int units = 4;  // pixels per step: one per word
+
+    static type roundedMean(type a, type b) { return _mm_avg_epu8(a, b); }
+    static type multiplyAdd(type a, type b) { return _mm_madd_epi16(a, b); }
+    // Words of a and b by a shuffle order: the pair averages' even and odd
+    // words.
+    template <int Order>
+    static type pick(type a, type b)
+    {
+        return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), Order));
+    }
+    // The pixels of a quarter step in order (they are).
+    static type inOrder(type mixed) { return mixed; }
+    static void store(type b, type g, type r, unsigned char* out);
+};
 
 // Lane average with the earlier operand rounded up: with the low bit of the
 // later operand b cleared, ceil(a / 2) + floor(b / 2) is the rounded-up mean
 // that the byte average instruction gives.
-inline __m128i laneAverage128(__m128i a, __m128i b)
+template <class Regs, class T = typename Regs::type>
+inline T laneAverage(T a, T b)
 {
-    return _mm_avg_epu8(a, _mm_and_si128(b, _mm_set1_epi8(static_cast<char>(0xFE))));
+    return Regs::roundedMean(a, b & T(typename Lanes<sizeof(T)>::unsignedHalves{} + 0xFEFE));
 }
 
-// Words 2j and 2j + 1 of one line for four pixels, averaged.
-inline __m128i pairAverage128(const uint32_t* line)
+template <class Regs, class T = typename Regs::type>
+inline T load(const uint32_t* words)
 {
-    const __m128 a = _mm_castsi128_ps(load128(line)), b = _mm_castsi128_ps(load128(line + 4));
-    return laneAverage128(_mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))),
-                          _mm_castps_si128(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))));
+    T v;
+    std::memcpy(&v, words, sizeof v);
+    return v;
 }
 
-struct Bgr128 {
-    __m128i b, g, r;
-};
+// Words 2j and 2j + 1 of one line for a step's pixels, averaged.
+template <class Regs, class T = typename Regs::type>
+inline T pairAverage(const uint32_t* line)
+{
+    const T a = load<Regs>(line), b = load<Regs>(line + Regs::units);
+    return laneAverage<Regs>(Regs::template pick<_MM_SHUFFLE(2, 0, 2, 0)>(a, b),
+                             Regs::template pick<_MM_SHUFFLE(3, 1, 3, 1)>(a, b));
+}
 
-// The colours of four averaged words as 32-bit B, G and R before clamping,
-// equal to the plain formulas.
-inline Bgr128 yuvToBgr128(__m128i words)
+// The colours of a step's averaged words as 32-bit B, G and R before
+// clamping, equal to the plain formulas, stored by the register width's own
+// packing and shuffles.
+template <class Regs, class T = typename Regs::type>
+inline void storeColours(T words, unsigned char* out)
 {
     using namespace split;
-    const __m128i chroma = _mm_sub_epi16(_mm_and_si128(words, _mm_set1_epi32(0x00FF00FF)), _mm_set1_epi16(128));
-    const __m128i lumas = _mm_srli_epi16(words, 8);
-    const __m128i s = _mm_madd_epi16(lumas, _mm_set1_epi16(1));
-    const __m128i base = _mm_sub_epi32(_mm_madd_epi16(lumas, _mm_set1_epi16(lumaRest)), _mm_set1_epi32(lumaOffset));
-    const __m128i cr = _mm_srai_epi32(chroma, 16);
-    const __m128i cb = _mm_srai_epi32(_mm_slli_epi32(chroma, 16), 16);
-    auto colour = [&](int pair, __m128i whole) {
-        return _mm_add_epi32(_mm_srai_epi32(_mm_add_epi32(base, _mm_madd_epi16(chroma, _mm_set1_epi32(pair))), 16),
-                             _mm_add_epi32(s, whole));
+    using H = typename Lanes<sizeof(T)>::halves;
+    using W = typename Lanes<sizeof(T)>::words;
+    const W chroma = W(H(words & T(W{} + 0x00FF00FF)) - 128);
+    const T lumas = T(typename Lanes<sizeof(T)>::unsignedHalves(words) >> 8);
+    const W s = W(Regs::multiplyAdd(lumas, T(H{} + 1)));
+    const W base = W(Regs::multiplyAdd(lumas, T(H{} + lumaRest))) - lumaOffset;
+    const W cr = chroma >> 16, cb = (chroma << 16) >> 16;
+    auto colour = [&](int pair, W whole) {
+        return T(((base + W(Regs::multiplyAdd(T(chroma), T(W{} + pair)))) >> 16) + s + whole);
     };
-    return {colour(cbPairB, _mm_add_epi32(cb, cb)), colour(crPairG, _mm_sub_epi32(_mm_setzero_si128(), cr)),
-            colour(crPairR, _mm_add_epi32(cr, cr))};
+    Regs::store(colour(cbPairB, cb + cb), colour(crPairG, -cr), colour(crPairR, cr + cr), out);
 }
 
 // Clamps four pixels to 0..255 and stores them as 12 bytes B, G, R.
-inline void storeBgr128(const Bgr128& pixel, unsigned char* out)
+inline void Regs128::store(__m128i b, __m128i g, __m128i r, unsigned char* out)
 {
-    const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(pixel.b, pixel.g), _mm_packs_epi32(pixel.r, pixel.r));
+    const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(b, g), _mm_packs_epi32(r, r));
     // bytes: B0..B3 G0..G3 R0..R3 R0..R3; make B G R 0 per pixel.
     const __m128i bg = _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 4));
     const __m128i r0 = _mm_unpacklo_epi8(_mm_srli_si128(bytes, 8), _mm_setzero_si128());
@@ -90,23 +124,24 @@ inline void storeBgr128(const Bgr128& pixel, unsigned char* out)
     std::memcpy(out + 8, &last, 4);
 }
 
-// Four pixels of a row (see vectorRow).
-struct Rows128 {
-    static constexpr int units = 4;
+// Regs::units pixels of a row (see vectorRow).
+template <class Regs>
+struct RowStep {
+    static constexpr int units = Regs::units;
 
     template <bool Quarter>
     static void row(const uint32_t* lines, std::ptrdiff_t stride, int j, unsigned char* out)
     {
-        __m128i mixed;
+        typename Regs::type mixed;
         if constexpr (Quarter) {
             const uint32_t* l = lines + 2 * j;
-            const __m128i upper = laneAverage128(pairAverage128(l), pairAverage128(l + stride));
-            const __m128i lower = laneAverage128(pairAverage128(l + 2 * stride), pairAverage128(l + 3 * stride));
-            mixed = laneAverage128(upper, lower);
+            const auto upper = laneAverage<Regs>(pairAverage<Regs>(l), pairAverage<Regs>(l + stride));
+            const auto lower = laneAverage<Regs>(pairAverage<Regs>(l + 2 * stride), pairAverage<Regs>(l + 3 * stride));
+            mixed = Regs::inOrder(laneAverage<Regs>(upper, lower));
         } else {
-            mixed = laneAverage128(load128(lines + j), load128(lines + stride + j));
+            mixed = laneAverage<Regs>(load<Regs>(lines + j), load<Regs>(lines + stride + j));
         }
-        storeBgr128(yuvToBgr128(mixed), out + 3 * j);
+        storeColours<Regs>(mixed, out + 3 * j);
     }
 };
 
