@@ -11,13 +11,13 @@
 namespace {
 
 // The NTSC and reduced lines of a frame are made band by band in these
-// buffers, which stay in the first-level cache with the input lines being
-// read, and are then streamed into the block (pixelKernels.h). The reducers
-// read the NTSC lines from here too, so nothing written to the block is ever
-// read back.
+// buffers, which stay in the first-level cache (48 KB here) with the input
+// lines being read, and are then streamed into the block (pixelKernels.h).
+// The reducers read the NTSC lines from here, so nothing written to the
+// block is read back.
 struct Band {
-    static constexpr std::size_t ntscWords = 8192;      // 32 KB: 22 lines of 720 pixels
-    static constexpr std::size_t reducedBytes = 12288;  // what they reduce to, by 2 or 4
+    static constexpr std::size_t ntscWords = 6144;     // 24 KB: 17 lines of 720 pixels
+    static constexpr std::size_t reducedBytes = 9216;  // what they reduce to, by 2 or 4
     alignas(64) uint32_t ntsc[ntscWords];
     alignas(64) unsigned char reduced[reducedBytes];
 };

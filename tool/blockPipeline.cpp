@@ -3,24 +3,61 @@
 #include <system_error>
 #include <utility>
 
-SideJob::~SideJob() { Wait(); }
+SideJob::~SideJob()
+{
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [this] { return !busy; });
+        closing = true;
+    }
+    changed.notify_all();
+    if (worker.joinable())
+        worker.join();
+}
 
-void SideJob::Start(std::function<void()> job)
+void SideJob::Start(std::function<void()> next)
 {
     Wait();
-    try {
-        worker = std::thread(std::move(job));
-    } catch (const std::system_error&) {
-        // No thread to be had (the process is at its limit): the job runs
-        // here and now, which gives the same result, only later.
-        job();
+    if (!worker.joinable()) {
+        try {
+            worker = std::thread(&SideJob::Serve, this);
+        } catch (const std::system_error&) {
+            // No thread to be had (the process is at its limit): the job runs
+            // here and now, which gives the same result, only later.
+            next();
+            return;
+        }
     }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        job = std::move(next);
+        busy = true;
+    }
+    changed.notify_all();
 }
 
 void SideJob::Wait()
 {
-    if (worker.joinable())
-        worker.join();
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return !busy; });
+}
+
+// The thread's loop: each job handed over runs outside the lock, and its end
+// is announced under it, so that what the job wrote is seen by the waiter.
+void SideJob::Serve()
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    for (;;) {
+        changed.wait(lock, [this] { return busy || closing; });
+        if (!busy)
+            return;
+        const std::function<void()> current = std::move(job);
+        lock.unlock();
+        current();
+        lock.lock();
+        busy = false;
+        changed.notify_all();
+    }
 }
 
 // Block b is converted on a second thread while this one reads block b + 1,

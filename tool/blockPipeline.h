@@ -3,26 +3,38 @@
 // while the next one is read.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <thread>
 
-// Runs one job at a time on a thread of its own. The block loop gives it
-// nothing but the conversion, which works in memory only: every transfer
-// and every message stays on the loop's own thread.
+// Runs one job at a time on a thread of its own, started with the first job
+// and kept for the next ones: a new thread for every block would cost more
+// processor time than converting a frame. The block loop gives it nothing
+// but the conversion, which works in memory only: every transfer and every
+// message stays on the loop's own thread.
 class SideJob {
 public:
     SideJob() = default;
-    ~SideJob();  // waits for the job under way
+    ~SideJob();  // waits for the job under way, then ends the thread
     SideJob(const SideJob&) = delete;
     SideJob& operator=(const SideJob&) = delete;
 
-    // Begins the job; one still under way is waited for first.
+    // Begins the job; one still under way is waited for first. Without a
+    // thread to be had, the job runs here and now.
     void Start(std::function<void()> job);
     // Waits for the job under way, if any.
     void Wait();
 
 private:
+    void Serve();
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::function<void()> job;  // handed over and not yet done while busy
+    bool busy = false;
+    bool closing = false;
     std::thread worker;
 };
 
