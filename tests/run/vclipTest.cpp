@@ -269,6 +269,7 @@ TEST(Vclip, HelpVersionAndManualPageSayTheSame)
     const RunResult version = VclipInProcess({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, "vclip " PAL2NTSC_VERSION "\n");
+    EXPECT_NE(overview.out.find("(vclip " PAL2NTSC_VERSION ")"), std::string::npos);
     // Both pages carry the version they describe in their title line.
     for (const char* name : {"vclip.1", "pal2ntsc.1"}) {
         const std::string title = ReadFile(std::string(PAL2NTSC_SOURCE_DIR "/man/") + name);

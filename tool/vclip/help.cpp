@@ -7,7 +7,7 @@ std::string mainHelp()
     std::string text = "Usage: vclip COMMAND [ARGUMENTS]\n"
                        "       vclip help [COMMAND]\n"
                        "       vclip --version\n"
-                       "Looks after clip files of the store.\n"
+                       "Looks after clip files of the store (vclip " PAL2NTSC_VERSION ").\n"
                        "\n"
                        "Commands:\n";
     for (const Command& command : vclipCommands())
