@@ -147,10 +147,13 @@ TEST_P(FieldRatePan, ReproducedWithinOneCodeAwayFromTheEdges)
         }
         EXPECT_LE(largestDifference(out[m], lineConvert(truth), 24, ntscLines - 24, 48), 1) << "frame " << m;
     }
-    // The same bytes again, and with another number of threads.
-    EXPECT_EQ(convertAll(input, 2), out);
-    EXPECT_EQ(convertAll(input, 1), out);
-    EXPECT_EQ(convertAll(input, 3), out);
+    // The same bytes again, and with other numbers of threads (once: the
+    // diagonal pan moves every block).
+    if (pan.dx && pan.dy) {
+        EXPECT_EQ(convertAll(input, 2), out);
+        EXPECT_EQ(convertAll(input, 1), out);
+        EXPECT_EQ(convertAll(input, 3), out);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Pans, FieldRatePan, testing::Values(Pan{4, 0}, Pan{0, 2}, Pan{-3, 1}));
