@@ -9,6 +9,8 @@
 //
 //   standards [--frames N] [--threads N] [--no-ffmpeg]
 //
+// "ours" is the field-rate converter in memory; "vclip ntsc --rate" the same
+// converter as a program, from a y4m file to a y4m file, as FFmpeg is run.
 // The FFmpeg pipelines get the input as y4m (top field first) and their
 // 576-line output, read back, goes through the same line conversion:
 //   fps, framerate, minterpolate      the filter on the interlaced frames
@@ -232,7 +234,9 @@ bool writeY4m(const std::string& path, const std::vector<Frame>& frames)
     return std::fclose(f) == 0;
 }
 
-std::vector<Frame> readY4m(const std::string& path)
+// Frames of a 4:2:2 stream of `lines` lines, 576-line ones through the line
+// conversion.
+std::vector<Frame> readY4m(const std::string& path, int lines)
 {
     std::vector<Frame> frames;
     FILE* f = std::fopen(path.c_str(), "rb");
@@ -244,18 +248,19 @@ std::vector<Frame> readY4m(const std::string& path)
         }
         return c != EOF;
     };
-    std::vector<uint8_t> planes(static_cast<std::size_t>(width * palLines * 2));
+    const std::size_t count = static_cast<std::size_t>(words * lines);
+    std::vector<uint8_t> planes(4 * count);
     if (skipLine())
         while (skipLine() && std::fread(planes.data(), 1, planes.size(), f) == planes.size()) {
-            Frame frame(static_cast<std::size_t>(words * palLines));
+            Frame frame(count);
             const uint8_t* y = planes.data();
-            const uint8_t* cb = y + width * palLines;
-            const uint8_t* cr = cb + words * palLines;
-            for (std::size_t i = 0; i < frame.size(); ++i) {
+            const uint8_t* cb = y + 2 * count;
+            const uint8_t* cr = cb + count;
+            for (std::size_t i = 0; i < count; ++i) {
                 const uint8_t raw[4] = {cb[i], y[2 * i], cr[i], y[2 * i + 1]};
                 std::memcpy(&frame[i], raw, 4);
             }
-            frames.push_back(lineConvert(frame));
+            frames.push_back(lines == palLines ? lineConvert(frame) : frame);
         }
     std::fclose(f);
     return frames;
@@ -263,27 +268,65 @@ std::vector<Frame> readY4m(const std::string& path)
 
 bool haveFfmpeg() { return std::system("ffmpeg -version > /dev/null 2>&1") == 0; }
 
-Result runFfmpeg(const std::string& name, const std::string& filter, const std::string& dir,
-                 const std::vector<Frame>& truth, int threads)
+// A program that reads dir/in.y4m and writes dir/out.y4m of `lines` lines.
+Result runProgram(const std::string& name, const std::string& command, const std::string& dir, int lines,
+                  const std::vector<Frame>& truth)
 {
     const std::string out = dir + "/out.y4m";
-    const std::string command = "ffmpeg -v error -y -threads " + std::to_string(threads) + " -i " + dir +
-                                "/in.y4m -filter_threads " + std::to_string(threads) + " -vf '" + filter +
-                                "' -pix_fmt yuv422p -f yuv4mpegpipe " + out;
     const double start = now(), cpuStart = cpuTime(RUSAGE_CHILDREN);
     const int status = std::system(command.c_str());
     const double seconds = now() - start, cpu = cpuTime(RUSAGE_CHILDREN) - cpuStart;
     if (status != 0)
         std::fprintf(stderr, "standards: %s failed\n", command.c_str());
-    Result r = score(name, readY4m(out), truth, seconds, cpu);
+    Result r = score(name, readY4m(out, lines), truth, seconds, cpu);
     std::remove(out.c_str());
     return r;
+}
+
+std::string ffmpegCommand(const std::string& filter, const std::string& dir, int threads)
+{
+    const std::string t = std::to_string(threads);
+    return "ffmpeg -v error -y -threads " + t + " -i " + dir + "/in.y4m -filter_threads " + t + " -vf '" + filter +
+           "' -pix_fmt yuv422p -f yuv4mpegpipe " + dir + "/out.y4m";
 }
 
 void print(const Result& r)
 {
     std::printf("%-26s %6zu %9.2f %9.2f %9.1f %9.2f\n", r.name.c_str(), r.frames, r.mean, r.worst, r.fps,
                 r.cpuPerFrame);
+}
+
+// The same input through vclip ntsc (the program beside this one: the
+// converter with its stream reading and writing) and FFmpeg's pipelines.
+int runPrograms(const std::vector<Frame>& input, const std::vector<Frame>& truth, int threads, const char* self)
+{
+    if (!haveFfmpeg()) {
+        std::printf("ffmpeg: skipped: ffmpeg not installed\n");
+        return 0;
+    }
+    char dir[] = "/tmp/standardsXXXXXX";
+    if (!mkdtemp(dir) || !writeY4m(std::string(dir) + "/in.y4m", input)) {
+        std::fprintf(stderr, "standards: cannot write the y4m input in /tmp\n");
+        return 1;
+    }
+    const char* pipelines[][2] = {
+        {"ffmpeg fps", "fps=30000/1001"},
+        {"ffmpeg framerate", "framerate=fps=30000/1001"},
+        {"ffmpeg minterpolate", "minterpolate=fps=30000/1001:mi_mode=mci"},
+        {"ffmpeg yadif+fps", "yadif=1,fps=60000/1001,interlace=scan=tff:lowpass=off"},
+        {"ffmpeg yadif+framerate", "yadif=1,framerate=fps=60000/1001,interlace=scan=tff:lowpass=off"},
+        {"ffmpeg yadif+minterpolate", "yadif=1,minterpolate=fps=60000/1001:mi_mode=mci,interlace=scan=tff:lowpass=off"},
+    };
+    std::string vclip = self;
+    vclip = vclip.substr(0, vclip.rfind('/') + 1) + "vclip";
+    if (access(vclip.c_str(), X_OK) == 0)
+        print(runProgram("vclip ntsc --rate", vclip + " ntsc " + dir + "/in.y4m " + dir + "/out.y4m --rate 30000/1001",
+                         dir, ntscLines, truth));
+    for (const auto& p : pipelines)
+        print(runProgram(p[0], ffmpegCommand(p[1], dir, threads), dir, palLines, truth));
+    std::remove((std::string(dir) + "/in.y4m").c_str());
+    rmdir(dir);
+    return 0;
 }
 
 }  // namespace
@@ -328,26 +371,5 @@ int main(int argc, char** argv)
         print(runOurs(input, truth, threads));
     if (!ffmpeg)
         return 0;
-    if (!haveFfmpeg()) {
-        std::printf("ffmpeg: skipped: ffmpeg not installed\n");
-        return 0;
-    }
-    char dir[] = "/tmp/standardsXXXXXX";
-    if (!mkdtemp(dir) || !writeY4m(std::string(dir) + "/in.y4m", input)) {
-        std::fprintf(stderr, "standards: cannot write the y4m input in /tmp\n");
-        return 1;
-    }
-    const char* pipelines[][2] = {
-        {"ffmpeg fps", "fps=30000/1001"},
-        {"ffmpeg framerate", "framerate=fps=30000/1001"},
-        {"ffmpeg minterpolate", "minterpolate=fps=30000/1001:mi_mode=mci"},
-        {"ffmpeg yadif+fps", "yadif=1,fps=60000/1001,interlace=scan=tff:lowpass=off"},
-        {"ffmpeg yadif+framerate", "yadif=1,framerate=fps=60000/1001,interlace=scan=tff:lowpass=off"},
-        {"ffmpeg yadif+minterpolate", "yadif=1,minterpolate=fps=60000/1001:mi_mode=mci,interlace=scan=tff:lowpass=off"},
-    };
-    for (const auto& p : pipelines)
-        print(runFfmpeg(p[0], p[1], dir, truth, threads));
-    std::remove((std::string(dir) + "/in.y4m").c_str());
-    rmdir(dir);
-    return 0;
+    return runPrograms(input, truth, threads, argv[0]);
 }

@@ -23,14 +23,29 @@ struct Ends {
 
 // Vectors are in half pixels; scale 1 gives whole pixels, 64 64ths.
 // Chroma has half the horizontal resolution: xScale is half of scale there.
-Ends endsOf(MotionVector v, Fraction at, int xScale, int yScale)
+// How far along the vector the field being made lies, in 65536ths from a
+// (early) and to b (late); worked out once per field.
+struct Share {
+    int64_t early;
+    int64_t late;
+};
+
+Share shareOf(Fraction at)
 {
-    const int64_t rest = at.den - at.num;
-    return {-roundDiv(at.num * v.x * xScale, 2 * at.den), -roundDiv(at.num * v.y * yScale, 2 * at.den),
-            roundDiv(rest * v.x * xScale, 2 * at.den), roundDiv(rest * v.y * yScale, 2 * at.den)};
+    const int64_t early = floorDiv(at.num * 65536 + at.den / 2, at.den);
+    return {early, 65536 - early};
 }
 
-unsigned candidateCost(const FieldPicture& a, const FieldPicture& b, int x, int y, MotionVector v, Fraction at)
+// share * v / 2 (half pixels to pixels) in units of 1 / scale, rounded.
+int part(int64_t share, int v, int scale) { return static_cast<int>((share * v * scale + 65536) >> 17); }
+
+Ends endsOf(MotionVector v, Share s, int xScale, int yScale)
+{
+    return {-part(s.early, v.x, xScale), -part(s.early, v.y, yScale), part(s.late, v.x, xScale),
+            part(s.late, v.y, yScale)};
+}
+
+unsigned candidateCost(const FieldPicture& a, const FieldPicture& b, int x, int y, MotionVector v, Share at)
 {
     const Ends e = endsOf(v, at, 1, 1);
     const unsigned difference =
@@ -107,6 +122,18 @@ struct Scratch {
     }
 };
 
+// Each output sample the blend of p and q with weight/256 on q, or the
+// sample of the nearer field where the two disagree.
+void blendSamples(const int* p, const int* q, int count, int weight, uint8_t* out)
+{
+    const int* nearer = weight < 128 ? p : q;
+    for (int i = 0; i < count; ++i) {
+        const int d = p[i] > q[i] ? p[i] - q[i] : q[i] - p[i];
+        const int blend = (p[i] * (256 - weight) + q[i] * weight + 128) >> 8;
+        out[i] = static_cast<uint8_t>(d > disagreement ? nearer[i] : blend);
+    }
+}
+
 // Samples [x0, x1) of line y of the plane pair along one vector whose ends
 // are e (64ths), blended with weight/256 on b.
 void blendRun(const Plane& pa, const Plane& pb, int y, int x0, int x1, const Ends& e, int weight, Scratch& scratch,
@@ -114,56 +141,53 @@ void blendRun(const Plane& pa, const Plane& pb, int y, int x0, int x1, const End
 {
     sampleRun(pa, y, x0, x1, e.fromX, e.fromY, scratch.column, scratch.p.data());
     sampleRun(pb, y, x0, x1, e.toX, e.toY, scratch.column, scratch.q.data());
-    const bool nearA = weight < 128;
-    for (int x = x0; x < x1; ++x) {
-        const int p = scratch.p[static_cast<std::size_t>(x)], q = scratch.q[static_cast<std::size_t>(x)];
-        const int d = p > q ? p - q : q - p;
-        const int value = d > disagreement ? (nearA ? p : q) : (p * (256 - weight) + q * weight + 128) >> 8;
-        out[x] = static_cast<uint8_t>(value);
-    }
+    blendSamples(scratch.p.data() + x0, scratch.q.data() + x0, x1 - x0, weight, out + x0);
 }
 
-// Disagreement of a vector's ends around luma sample x of line y.
-unsigned pixelDifference(const FieldPicture& a, const FieldPicture& b, int x, int y, MotionVector v, Fraction at)
+// Luma samples that share one vector where blocks of different motion meet.
+constexpr int segment = 2;
+
+// Disagreement of a vector's ends over luma samples [x0 - 1, x1] of line y.
+unsigned segmentDifference(const FieldPicture& a, const FieldPicture& b, int x0, int x1, int y, MotionVector v,
+                           Share at)
 {
     const Ends e = endsOf(v, at, 1, 1);
-    const uint8_t* p = a.luma.row(y + e.fromY) + x + e.fromX;
-    const uint8_t* q = b.luma.row(y + e.toY) + x + e.toX;
+    const uint8_t* p = a.luma.row(y + e.fromY) + e.fromX;
+    const uint8_t* q = b.luma.row(y + e.toY) + e.toX;
     unsigned sum = 0;
-    for (int i = -1; i <= 1; ++i)
-        sum += unsigned(std::abs(p[i] - q[i]));
+    for (int x = x0 - 1; x <= x1; ++x)
+        sum += unsigned(std::abs(p[x] - q[x]));
     return sum;
 }
 
 // The vector of each luma sample of line y: its block's, unless a
-// neighbouring block's (on the sample's side) fits the sample better.
-void pixelVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Fraction at, int y,
+// neighbouring block's (on the sample's side) fits the samples around it
+// better, decided for `segment` samples at a time.
+void pixelVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Share at, int y,
                   std::vector<MotionVector>& vectors)
 {
     const int row = y / blockSize;
     const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
     const int count = static_cast<int>(vectors.size());
-    constexpr int half = blockSize / 2;
-    for (int x0 = 0; x0 < count; x0 += half) {
+    for (int x0 = 0; x0 < count; x0 += segment) {
         const int column = x0 / blockSize;
-        const int x1 = x0 + half < count ? x0 + half : count;
+        const int x1 = x0 + segment < count ? x0 + segment : count;
         const MotionVector own = chosen.at(column, row);
-        const MotionVector across = chosen.at(column + (x0 % blockSize ? 1 : -1), row);
+        const MotionVector across = chosen.at(column + (x0 % blockSize < blockSize / 2 ? -1 : 1), row);
         const MotionVector above = chosen.at(column, row + sideY);
-        for (int x = x0; x < x1; ++x) {
-            MotionVector best = own;
-            if (across != own || above != own) {
-                unsigned bestDifference = pixelDifference(a, b, x, y, own, at);
-                for (const MotionVector& v : {across, above}) {
-                    const unsigned difference = v == own ? bestDifference : pixelDifference(a, b, x, y, v, at);
-                    if (difference < bestDifference) {
-                        best = v;
-                        bestDifference = difference;
-                    }
+        MotionVector best = own;
+        if (across != own || above != own) {
+            unsigned bestDifference = segmentDifference(a, b, x0, x1, y, own, at);
+            for (const MotionVector& v : {across, above}) {
+                const unsigned difference = v == own ? bestDifference : segmentDifference(a, b, x0, x1, y, v, at);
+                if (difference < bestDifference) {
+                    best = v;
+                    bestDifference = difference;
                 }
             }
-            vectors[static_cast<std::size_t>(x)] = best;
         }
+        for (int x = x0; x < x1; ++x)
+            vectors[static_cast<std::size_t>(x)] = best;
     }
 }
 
@@ -185,6 +209,7 @@ void forEachRun(const std::vector<MotionVector>& vectors, int count, int step, R
 void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& searched, Fraction at,
                    MotionField& chosen, int from, int to)
 {
+    const Share share = shareOf(at);
     for (int row = from; row < to; ++row)
         for (int column = 0; column < chosen.columns; ++column) {
             const int x = column * blockSize, y = row * blockSize;
@@ -194,14 +219,14 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
                 for (int dx = -1; dx <= 1; ++dx)
                     candidates[count++] = searched.at(column + dx, row + dy);
             // The block the own vector comes from.
-            const Ends e = endsOf(candidates[4], at, 1, 1);
+            const Ends e = endsOf(candidates[4], share, 1, 1);
             candidates[count++] = searched.at((x + e.fromX) / blockSize, (y + e.fromY) / blockSize);
             MotionVector best = candidates[4];
-            unsigned bestCost = candidateCost(a, b, x, y, best, at);
+            unsigned bestCost = candidateCost(a, b, x, y, best, share);
             for (int i = 0; i < count; ++i) {
                 if (candidates[i] == best)
                     continue;
-                const unsigned cost = candidateCost(a, b, x, y, candidates[i], at);
+                const unsigned cost = candidateCost(a, b, x, y, candidates[i], share);
                 if (cost < bestCost) {
                     best = candidates[i];
                     bestCost = cost;
@@ -217,18 +242,19 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
 {
     const int words = width >> 1;
     const int weight = weightOf(at);
+    const Share share = shareOf(at);
     static thread_local Scratch scratch;
     scratch.size(2 * words);
     std::vector<MotionVector>& vectors = scratch.vectors;
     std::vector<uint8_t>&luma = scratch.luma, &cb = scratch.cb, &cr = scratch.cr;
     for (int y = from; y < to; ++y) {
-        pixelVectors(a, b, chosen, at, y, vectors);
+        pixelVectors(a, b, chosen, share, y, vectors);
         forEachRun(vectors, 2 * words, 1, [&](MotionVector v, int x0, int x1) {
-            blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, at, subpixel, subpixel), weight, scratch, luma.data());
+            blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, share, subpixel, subpixel), weight, scratch, luma.data());
         });
         // A chroma sample follows the vector of the first of its two pixels.
         forEachRun(vectors, words, 2, [&](MotionVector v, int x0, int x1) {
-            const Ends e = endsOf(v, at, subpixel / 2, subpixel);
+            const Ends e = endsOf(v, share, subpixel / 2, subpixel);
             blendRun(a.cb, b.cb, y, x0, x1, e, weight, scratch, cb.data());
             blendRun(a.cr, b.cr, y, x0, x1, e, weight, scratch, cr.data());
         });
