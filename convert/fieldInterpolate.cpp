@@ -101,11 +101,17 @@ void sampleRun(const Plane& plane, int y, int x0, int x1, int fromX, int fromY, 
     }
 }
 
+// Luma samples [from, next run's from) of a line share vector v.
+struct Run {
+    int from;
+    MotionVector v;
+};
+
 // Lines a thread works in, kept from one band to the next; nothing in them
 // outlives the line it is used for.
 struct Scratch {
     std::vector<int> column, p, q;
-    std::vector<MotionVector> vectors;
+    std::vector<Run> runs;
     std::vector<uint8_t> luma, cb, cr;
     void size(int samples)
     {
@@ -115,7 +121,6 @@ struct Scratch {
         column.assign(n + 3, 0);
         p.assign(n, 0);
         q.assign(n, 0);
-        vectors.assign(n, MotionVector{});
         luma.assign(n, 0);
         cb.assign(n / 2, 0);
         cr.assign(n / 2, 0);
@@ -160,48 +165,44 @@ unsigned segmentDifference(const FieldPicture& a, const FieldPicture& b, int x0,
     return sum;
 }
 
-// The vector of each luma sample of line y: its block's, unless a
+void extend(std::vector<Run>& runs, int from, MotionVector v)
+{
+    if (runs.empty() || runs.back().v != v)
+        runs.push_back({from, v});
+}
+
+// The vector of each luma sample of line y, as runs: its block's, unless a
 // neighbouring block's (on the sample's side) fits the samples around it
-// better, decided for `segment` samples at a time.
-void pixelVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Share at, int y,
-                  std::vector<MotionVector>& vectors)
+// better, decided for `segment` samples at a time. Ends with a run at the
+// line's end.
+void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Share at, int y, int count,
+               std::vector<Run>& runs)
 {
     const int row = y / blockSize;
     const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
-    const int count = static_cast<int>(vectors.size());
-    for (int x0 = 0; x0 < count; x0 += segment) {
-        const int column = x0 / blockSize;
-        const int x1 = x0 + segment < count ? x0 + segment : count;
-        const MotionVector own = chosen.at(column, row);
-        const MotionVector across = chosen.at(column + (x0 % blockSize < blockSize / 2 ? -1 : 1), row);
-        const MotionVector above = chosen.at(column, row + sideY);
-        MotionVector best = own;
-        if (across != own || above != own) {
-            unsigned bestDifference = segmentDifference(a, b, x0, x1, y, own, at);
-            for (const MotionVector& v : {across, above}) {
-                const unsigned difference = v == own ? bestDifference : segmentDifference(a, b, x0, x1, y, v, at);
-                if (difference < bestDifference) {
-                    best = v;
-                    bestDifference = difference;
+    runs.clear();
+    for (int column = 0; column * blockSize < count; ++column) {
+        const MotionVector own = chosen.at(column, row), above = chosen.at(column, row + sideY);
+        const MotionVector left = chosen.at(column - 1, row), right = chosen.at(column + 1, row);
+        const int end = (column + 1) * blockSize < count ? (column + 1) * blockSize : count;
+        for (int x0 = column * blockSize; x0 < end; x0 += segment) {
+            const MotionVector across = x0 % blockSize < blockSize / 2 ? left : right;
+            MotionVector best = own;
+            if (across != own || above != own) {
+                const int x1 = x0 + segment < count ? x0 + segment : count;
+                unsigned bestDifference = segmentDifference(a, b, x0, x1, y, own, at);
+                for (const MotionVector& v : {across, above}) {
+                    const unsigned difference = v == own ? bestDifference : segmentDifference(a, b, x0, x1, y, v, at);
+                    if (difference < bestDifference) {
+                        best = v;
+                        bestDifference = difference;
+                    }
                 }
             }
+            extend(runs, x0, best);
         }
-        for (int x = x0; x < x1; ++x)
-            vectors[static_cast<std::size_t>(x)] = best;
     }
-}
-
-// Runs of equal vectors along a line: run(v, from, to) for each.
-template <typename Run>
-void forEachRun(const std::vector<MotionVector>& vectors, int count, int step, Run run)
-{
-    int start = 0;
-    for (int i = 1; i <= count; ++i)
-        if (i == count ||
-            vectors[static_cast<std::size_t>(i * step)] != vectors[static_cast<std::size_t>(start * step)]) {
-            run(vectors[static_cast<std::size_t>(start * step)], start, i);
-            start = i;
-        }
+    runs.push_back({count, {}});
 }
 
 }  // namespace
@@ -245,19 +246,19 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
     const Share share = shareOf(at);
     static thread_local Scratch scratch;
     scratch.size(2 * words);
-    std::vector<MotionVector>& vectors = scratch.vectors;
     std::vector<uint8_t>&luma = scratch.luma, &cb = scratch.cb, &cr = scratch.cr;
     for (int y = from; y < to; ++y) {
-        pixelVectors(a, b, chosen, share, y, vectors);
-        forEachRun(vectors, 2 * words, 1, [&](MotionVector v, int x0, int x1) {
+        pixelRuns(a, b, chosen, share, y, 2 * words, scratch.runs);
+        for (std::size_t r = 0; r + 1 < scratch.runs.size(); ++r) {
+            const MotionVector v = scratch.runs[r].v;
+            const int x0 = scratch.runs[r].from, x1 = scratch.runs[r + 1].from;
             blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, share, subpixel, subpixel), weight, scratch, luma.data());
-        });
-        // A chroma sample follows the vector of the first of its two pixels.
-        forEachRun(vectors, words, 2, [&](MotionVector v, int x0, int x1) {
+            // Runs start on even samples: a chroma sample and its two pixels
+            // share one vector.
             const Ends e = endsOf(v, share, subpixel / 2, subpixel);
-            blendRun(a.cb, b.cb, y, x0, x1, e, weight, scratch, cb.data());
-            blendRun(a.cr, b.cr, y, x0, x1, e, weight, scratch, cr.data());
-        });
+            blendRun(a.cb, b.cb, y, x0 / 2, x1 / 2, e, weight, scratch, cb.data());
+            blendRun(a.cr, b.cr, y, x0 / 2, x1 / 2, e, weight, scratch, cr.data());
+        }
         uint8_t* out = frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4;
         for (int i = 0; i < words; ++i, out += 4) {
             out[0] = cb[static_cast<std::size_t>(i)];
