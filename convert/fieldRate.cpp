@@ -63,6 +63,16 @@ bool samePicture(const FieldPicture& p, const FieldPicture& q)
     return p.luma.data == q.luma.data && p.cb.data == q.cb.data && p.cr.data == q.cr.data;
 }
 
+// An output field lasts num / den input fields, in lowest terms.
+void fieldStep(const FieldRateSettings& s, int64_t& num, int64_t& den)
+{
+    num = int64_t(s.inputRateNum) * s.outputRateDen;
+    den = int64_t(s.inputRateDen) * s.outputRateNum;
+    const int64_t common = std::gcd(num, den);
+    num /= common;
+    den /= common;
+}
+
 }  // namespace
 
 struct FieldRateConverter::State {
@@ -78,11 +88,7 @@ struct FieldRateConverter::State {
 
     State(const FieldRateSettings& s, Sink out) : settings(s), sink(std::move(out)), workers(s.threads)
     {
-        num = int64_t(s.inputRateNum) * s.outputRateDen;
-        den = int64_t(s.inputRateDen) * s.outputRateNum;
-        const int64_t common = std::gcd(num, den);
-        num /= common;
-        den /= common;
+        fieldStep(s, num, den);
         const std::size_t words = static_cast<std::size_t>(s.width >> 1);
         // Room after each frame for kernels that read whole vectors.
         woven.assign(words * static_cast<std::size_t>(s.inputLines) + slack, 0);
@@ -313,6 +319,12 @@ int64_t FieldRateConverter::framesOut() const { return state_->sent; }
 
 int FieldRateConverter::usable(const FieldRateSettings& s)
 {
-    return s.width >= 32 && s.inputLines >= 32 && s.inputLines % 2 == 0 && s.outputLines >= 2 && s.inputRateNum > 0 &&
-           s.inputRateDen > 0 && s.outputRateNum > 0 && s.outputRateDen > 0 && s.threads >= 1;
+    if (s.width < 32 || s.inputLines < 32 || s.inputLines % 2 || s.outputLines < 2 || s.threads < 1 ||
+        s.inputRateNum <= 0 || s.inputRateDen <= 0 || s.outputRateNum <= 0 || s.outputRateDen <= 0)
+        return 0;
+    // Field instants are worked out as field number times num, which must
+    // stay far from overflowing.
+    int64_t num = 0, den = 0;
+    fieldStep(s, num, den);
+    return num < (int64_t(1) << 31) && den < (int64_t(1) << 31);
 }

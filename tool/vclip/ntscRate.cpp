@@ -92,9 +92,11 @@ bool ntscRateOptions(const Arguments& args, NtscRate& rate)
 {
     if (args.Has("rate")) {
         double value = 0;
-        if (!toRate(args.Get("rate"), value))
+        if (toRate(args.Get("rate"), value))
+            rateToFraction(value, rate.num, rate.den);
+        // A rate below a thousandth of a frame a second comes out as 0.
+        if (rate.num <= 0)
             return badValue("rate", args.Get("rate"), "frames a second: 25, 29.97 or 30000/1001");
-        rateToFraction(value, rate.num, rate.den);
     }
     if (args.Has("field-order")) {
         if (!toFieldOrder(args.Get("field-order"), rate.fieldOrder))
