@@ -84,12 +84,22 @@ public:
             requested_ = a > 2 ? a - 2 : 0;  // the other field starts near here
         if (line > lines_)
             line = lines_;
-        const std::size_t lineBytes = stride_ * sizeof(uint32_t);
-        for (; requested_ < line; ++requested_) {
-            const char* start = reinterpret_cast<const char*>(source_ + static_cast<std::size_t>(requested_) * stride_);
-            for (std::size_t offset = 0; offset < lineBytes; offset += 64)
-                __builtin_prefetch(start + offset);
+        if (requested_ >= line)
+            return;
+        // The lines lie one after the other: one run of requests, a cache
+        // line apart, four to a step.
+        const char* at = reinterpret_cast<const char*>(source_ + static_cast<std::size_t>(requested_) * stride_);
+        const std::size_t bytes = static_cast<std::size_t>(line - requested_) * stride_ * sizeof(uint32_t);
+        std::size_t offset = 0;
+        for (; offset + 256 <= bytes; offset += 256) {
+            __builtin_prefetch(at + offset);
+            __builtin_prefetch(at + offset + 64);
+            __builtin_prefetch(at + offset + 128);
+            __builtin_prefetch(at + offset + 192);
         }
+        for (; offset < bytes; offset += 64)
+            __builtin_prefetch(at + offset);
+        requested_ = line;
     }
 
 private:
@@ -142,13 +152,11 @@ void Convert::DoConversion(void* object, int partIndex, int partCount)
 // The whole frame, whatever the part: the job is never split.
 void Convert::DoConversion(int, int) { ConvertLines(0, outputLines); }
 
-void Convert::ConvertLines(int from, int to) { MakeLines(from, to, nullptr, false); }
+void Convert::ConvertLines(int from, int to) { MakeLines(from, to, false); }
 
-void Convert::ConvertLines(int from, int to, uint32_t* out) { MakeLines(from, to, out, false); }
+void Convert::StreamLines(int from, int to) { MakeLines(from, to, true); }
 
-void Convert::StreamLines(int from, int to) { MakeLines(from, to, nullptr, true); }
-
-void Convert::MakeLines(int from, int to, uint32_t* out, bool streamed)
+void Convert::MakeLines(int from, int to, bool streamed)
 {
     const int L = width >> 1;
     if (from < 0)
@@ -157,9 +165,6 @@ void Convert::MakeLines(int from, int to, uint32_t* out, bool streamed)
         to = outputLines;
     if (from >= to)
         return;
-    const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
-    if (!out)
-        out = destination + static_cast<std::size_t>(from) * stride;
 
     // Truncating the flag towards zero gives nonzero exactly when its
     // magnitude is at least one. Comparing instead of converting keeps huge
@@ -169,6 +174,7 @@ void Convert::MakeLines(int from, int to, uint32_t* out, bool streamed)
     if (map.empty())
         return;
 
+    const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
     InputPrefetch prefetch(source, stride, inputLines);
     // The kernels of the path in use, looked up once for all the lines.
     const MixLineKernels& kernels = streamed ? pixelKernels().mixLineStreamed : pixelKernels().mixLine;
@@ -177,6 +183,6 @@ void Convert::MakeLines(int from, int to, uint32_t* out, bool streamed)
         prefetch.request(line.a, line.a + map.step() + prefetchLines);
         blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride,
                   static_cast<std::size_t>(map.step()) * stride, line,
-                  out + static_cast<std::size_t>(y - from) * stride, L);
+                  destination + static_cast<std::size_t>(y) * stride, L);
     }
 }

@@ -29,11 +29,6 @@ public:
     // frame band by band while the lines just made are still in cache.
     void ConvertLines(int from, int to);
 
-    // The same lines written to out instead, line from at its start and the
-    // others after it with no gaps; the block converter gives a small buffer
-    // that stays in cache.
-    void ConvertLines(int from, int to, uint32_t* out);
-
     // The same lines written into destination with streaming stores (see
     // convert/pixelKernels.h): for a frame bound for the disk, which the
     // processor does not read again. The caller runs the path's streamFence
@@ -49,7 +44,5 @@ public:
     uint32_t* destination;
 
 private:
-    // Lines [from, to) into out, or into their place in destination when
-    // out is null.
-    void MakeLines(int from, int to, uint32_t* out, bool streamed);
+    void MakeLines(int from, int to, bool streamed);
 };

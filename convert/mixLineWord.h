@@ -98,7 +98,7 @@ int wordsBeforeAlignment(const void* out, int words)
     return lead < words ? lead : words;
 }
 
-// The same line written with streaming stores (see StreamCopyKernel): the
+// The same line written with streaming stores (see PixelKernels): the
 // words up to the first aligned address by the plain rule, whole Wide steps
 // streamed, the rest as vectorMixLine makes it. The weight-0 copy streams
 // the second line blended with itself, which is that line.
@@ -112,31 +112,6 @@ void streamedMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words
     for (; i + BlendStep<Wide>::units <= words; i += BlendStep<Wide>::units)
         BlendStep<Wide, true>::template blend<K>(blended + i, second + i, out + i);
     vectorMixLine<Wide, Narrow, K>(first + i, second + i, out + i, words - i);
-}
-
-// Copies with Lanes' streaming stores (a StreamCopyKernel), a 64-byte cache
-// line at a time: the bytes before the first aligned address and after the
-// last whole line plainly.
-template <class Lanes>
-void streamCopy(const void* from, void* to, std::size_t bytes)
-{
-    using Type = typename Lanes::type;
-    constexpr std::size_t line = 64, perLine = line / sizeof(Type);
-    const auto* in = static_cast<const unsigned char*>(from);
-    auto* out = static_cast<unsigned char*>(to);
-    const std::size_t misalignment = reinterpret_cast<std::uintptr_t>(out) % line;
-    std::size_t i = misalignment == 0 ? 0 : line - misalignment;
-    if (i > bytes)
-        i = bytes;
-    std::memcpy(out, in, i);
-    for (; i + line <= bytes; i += line) {
-        for (std::size_t k = 0; k < perLine; ++k) {
-            Type v;
-            std::memcpy(&v, in + i + k * sizeof v, sizeof v);
-            Lanes::stream(out + i + k * sizeof v, v);
-        }
-    }
-    std::memcpy(out + i, in + i, bytes - i);
 }
 
 // The kernels of one path for every weight: Kernels::of<K> at index K.
@@ -166,13 +141,12 @@ struct StreamedMixLines {
     static constexpr MixLineKernel* of = &streamedMixLine<Wide, Narrow, K>;
 };
 
-// A path's blend kernels, both kinds, and its streaming copy.
+// A path's blend kernels, both kinds, and the fence of its streaming stores.
 template <class Wide, class Narrow = Wide>
 void addStreamedKernels(PixelKernels& table, void (*fence)())
 {
     table.mixLine = mixLineTable<VectorMixLines<Wide, Narrow>>();
     table.mixLineStreamed = mixLineTable<StreamedMixLines<Wide, Narrow>>();
-    table.streamCopy = &streamCopy<Wide>;
     table.streamFence = fence;
 }
 

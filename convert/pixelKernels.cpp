@@ -1,7 +1,5 @@
 #include "convert/pixelKernels.h"
 
-#include <cstring>
-
 #include "convert/mixLineWord.h"
 #include "image/reducerRows.h"
 
@@ -28,16 +26,10 @@ void plainHalfRow(const uint32_t* lines, std::ptrdiff_t stride, unsigned char* o
     halfRowPlain(lines, stride, out, 0, pixels);
 }
 
-void plainStreamCopy(const void* from, void* to, std::size_t bytes) { std::memcpy(to, from, bytes); }
-
 void plainStreamFence() {}
 
-constexpr PixelKernels plainKernels{mixLineTable<PlainMixLines>(),
-                                    mixLineTable<PlainMixLines>(),
-                                    &plainQuartRow,
-                                    &plainHalfRow,
-                                    &plainStreamCopy,
-                                    &plainStreamFence};
+constexpr PixelKernels plainKernels{mixLineTable<PlainMixLines>(), mixLineTable<PlainMixLines>(), &plainQuartRow,
+                                    &plainHalfRow, &plainStreamFence};
 
 // Every path's table, made once: the reference kernels, with each vector
 // path's own in place of them where it has some.

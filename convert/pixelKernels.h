@@ -1,6 +1,6 @@
 // The pixel kernels, in one table per path: the line blend of every weight
-// (convert/MixLine.h), plain and streamed, the two reducer rows
-// (image/quart.h) and the streaming copy. The path is
+// (convert/MixLine.h), plain and streamed, and the two reducer rows
+// (image/quart.h). The path is
 // chosen once per process for this CPU (util/cpuFeatures.h); the tests'
 // hook that limits it picks another path's table. The reference table holds
 // the plain kernels; every vector table starts as a copy of it and each
@@ -22,21 +22,18 @@ using MixLineKernels = std::array<MixLineKernel*, mixLineWeights>;
 // start at any byte; nothing past a line is read or written.
 using ReducerRowKernel = void(const uint32_t* lines, std::ptrdiff_t stride, unsigned char* out, int pixels);
 
-// Copies `bytes` bytes into a block on its way to the disk. Where the path
-// has them, the stores do not fetch the destination's cache lines first (the
-// block goes to the disk, not back to the processor); such stores reach
-// other threads and devices only after the path's streamFence. The areas
-// may start at any byte and must not overlap.
-using StreamCopyKernel = void(const void* from, void* to, std::size_t bytes);
-
 struct PixelKernels {
     MixLineKernels mixLine;          // by weight, 0 to 128
-    MixLineKernels mixLineStreamed;  // the same, written as streamCopy writes
+    MixLineKernels mixLineStreamed;  // the same, streamed (below)
     ReducerRowKernel* quartRow;      // words 2j, 2j + 1 of four lines to pixel j
     ReducerRowKernel* halfRow;       // word j of two lines to pixel j
-    StreamCopyKernel* streamCopy;    // plain: memcpy
     void (*streamFence)();           // plain: nothing to wait for
 };
+
+// The streamed blends write lines bound for the disk: where the path has
+// them, with stores that do not fetch the destination's cache lines first
+// (the block goes to the disk, not back to the processor). Such stores reach
+// other threads and devices only after the path's streamFence.
 
 // The table of the path in use.
 const PixelKernels& pixelKernels();

@@ -1,6 +1,5 @@
 #include "tool/blockConvert.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -10,85 +9,43 @@
 
 namespace {
 
-// The NTSC and reduced lines of a frame are made band by band in these
-// buffers, which stay in the first-level cache (48 KB here) with the input
-// lines being read, and are then streamed into the block (pixelKernels.h).
-// The reducers read the NTSC lines from here, so nothing written to the
-// block is read back.
-struct Band {
-    static constexpr std::size_t ntscWords = 6144;     // 24 KB: 17 lines of 720 pixels
-    static constexpr std::size_t reducedBytes = 9216;  // what they reduce to, by 2 or 4
-    alignas(64) uint32_t ntsc[ntscWords];
-    alignas(64) unsigned char reduced[reducedBytes];
-};
-
-// One frame's geometry and destinations.
-struct Frame {
-    uint32_t* pal;
-    unsigned char* ntsc;
-    unsigned char* reduced;
-    int width, palLines, ntscLines, scale;
-};
-
-std::size_t lineBytes(int width) { return 4 * static_cast<std::size_t>(width >> 1); }
-
-// Reduced rows per band: a band's NTSC lines, with the `lead` lines before
-// the first block of the reduction, and its reduced rows fit the buffers.
-// 0 when not even one row fits, and for an input without a line per field:
-// nothing of it is converted, so the buffer would hold nothing to copy.
-int bandRows(const Frame& frame, int lead)
-{
-    if (frame.palLines < 2)
-        return 0;
-    const std::size_t line = lineBytes(frame.width);
-    const std::size_t reducedRow = 3 * static_cast<std::size_t>(frame.width / frame.scale);
-    const std::size_t lines = line == 0 ? Band::ntscWords : Band::ntscWords * 4 / line;
-    const std::size_t byLines = lines > static_cast<std::size_t>(lead) ? (lines - lead) / frame.scale : 0;
-    const std::size_t byRows = reducedRow == 0 ? byLines : Band::reducedBytes / reducedRow;
-    return static_cast<int>(std::min({byLines, byRows, std::size_t{64}}));
-}
+// Reduced lines made per band: the NTSC lines they come from (8 or 16 lines,
+// 11.5 or 23 KB for a 720-pixel frame) are still in the first-level cache.
+// Those lines are written with plain stores, since the reducer reads them
+// back at once; lines no reducer reads are streamed (Convert::StreamLines).
+// Making a band in a buffer of its own and streaming it into the block
+// instead cost more (the copy) than the plain stores' reads of the block.
+constexpr int bandRows = 4;
 
 // The NTSC frame and its reduction, band by band: the lines of a band are
 // converted, then reduced at once. The result is the same as converting the
 // whole frame and then reducing it, since every NTSC line depends on the PAL
-// frame alone and every reduced line on its own block of NTSC lines. A frame
-// too wide for the band buffer is made in place, four rows a band.
-void convertAndReduce(Convert& converter, quart& reducer, Band& band, const Frame& frame)
+// frame alone and every reduced line on its own block of NTSC lines. The
+// converter holds the frame's source and destination.
+void convertAndReduce(Convert& converter, quart& reducer, uint32_t* ntscFrame, unsigned char* reducedFrame, int width,
+                      int ntscLines, int scale)
 {
-    const PixelKernels& kernels = pixelKernels();
-    const quart::ReducedLines lines = quart::yuvReducedLines(frame.scale, frame.ntscLines);
-    const std::size_t line = lineBytes(frame.width);
-    const std::size_t reducedRow = 3 * static_cast<std::size_t>(frame.width / frame.scale);
-    const int rowsFit = bandRows(frame, lines.first);
-    const bool buffered = rowsFit > 0;
-    const int rowsPerBand = buffered ? rowsFit : 4;
+    const quart::ReducedLines lines = quart::yuvReducedLines(scale, ntscLines);
+    const std::ptrdiff_t stride = width >> 1;
+    const std::ptrdiff_t reducedLine = 3 * static_cast<std::ptrdiff_t>(width / scale);
 
     int converted = 0;
-    for (int k = 0; k < lines.rows; k += rowsPerBand) {
-        const int n = lines.rows - k < rowsPerBand ? lines.rows - k : rowsPerBand;
-        const int firstLine = lines.first + k * frame.scale;
-        const int endLine = firstLine + n * frame.scale;
+    for (int k = 0; k < lines.rows; k += bandRows) {
+        const int n = lines.rows - k < bandRows ? lines.rows - k : bandRows;
+        const int firstLine = lines.first + k * scale;
+        const int endLine = firstLine + n * scale;
+        converter.ConvertLines(converted, endLine);
+        converted = endLine;
         // The band's reduced lines, bottom-up like the frame's: rows k to
         // k + n - 1 are frame lines rows - k - n to rows - 1 - k.
-        unsigned char* ntscAt = frame.ntsc + static_cast<std::size_t>(converted) * line;
-        unsigned char* reducedAt = frame.reduced + static_cast<std::size_t>(lines.rows - k - n) * reducedRow;
-        auto* made = buffered ? band.ntsc : reinterpret_cast<uint32_t*>(ntscAt);
-        unsigned char* reducedTo = buffered ? band.reduced : reducedAt;
-        converter.ConvertLines(converted, endLine, made);
-        auto* bandSource = reinterpret_cast<uint32_t*>(reinterpret_cast<unsigned char*>(made) +
-                                                       static_cast<std::size_t>(firstLine - converted) * line);
-        auto* bandDestination = reinterpret_cast<uint32_t*>(reducedTo);
-        if (frame.scale == 4)
-            reducer.zoomYUVtoQuartRGB(bandSource, frame.width, n * frame.scale, bandDestination);
+        uint32_t* bandSource = ntscFrame + firstLine * stride;
+        auto* bandDestination = reinterpret_cast<uint32_t*>(reducedFrame + (lines.rows - k - n) * reducedLine);
+        if (scale == 4)
+            reducer.zoomYUVtoQuartRGB(bandSource, width, n * scale, bandDestination);
         else
-            reducer.zoomYUVtoHalfRGB(bandSource, frame.width, n * frame.scale, bandDestination);
-        if (buffered) {
-            kernels.streamCopy(band.ntsc, ntscAt, static_cast<std::size_t>(endLine - converted) * line);
-            kernels.streamCopy(band.reduced, reducedAt, static_cast<std::size_t>(n) * reducedRow);
-        }
-        converted = endLine;
+            reducer.zoomYUVtoHalfRGB(bandSource, width, n * scale, bandDestination);
     }
-    converter.StreamLines(converted, frame.ntscLines);
+    converter.StreamLines(converted, ntscLines);
 }
 
 }  // namespace
@@ -99,7 +56,6 @@ void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, in
     float fieldMode = 1.0f;
     Convert converter(width, ntscLines, 1, &fieldMode);
     quart reducer{};
-    Band band;
 
     auto* pal = static_cast<unsigned char*>(palBlock);
     auto* ntsc = static_cast<unsigned char*>(ntscBlock);
@@ -109,19 +65,15 @@ void convert(void* palBlock, void* ntscBlock, void* reducedBlock, int frames, in
     // not word-aligned; the converter and the reducers take them as
     // addresses only and never assume alignment (util/wordAccess.h).
     for (int i = 0; i < frames; ++i) {
-        const Frame frame{reinterpret_cast<uint32_t*>(pal + static_cast<std::ptrdiff_t>(i) * palSlot),
-                          ntsc + static_cast<std::ptrdiff_t>(i) * ntscSlot,
-                          reduced ? reduced + static_cast<std::ptrdiff_t>(i) * reducedSlot : nullptr,
-                          width,
-                          palLines,
-                          ntscLines,
-                          scale};
-        converter.source = frame.pal;
+        auto* palFrame = reinterpret_cast<uint32_t*>(pal + static_cast<std::ptrdiff_t>(i) * palSlot);
+        auto* ntscFrame = reinterpret_cast<uint32_t*>(ntsc + static_cast<std::ptrdiff_t>(i) * ntscSlot);
+        converter.source = palFrame;
         converter.inputLines = palLines;
-        converter.destination = reinterpret_cast<uint32_t*>(frame.ntsc);
+        converter.destination = ntscFrame;
         // Other scales have no reduction; the run never asks for one.
         if (reduced && (scale == 4 || scale == 2))
-            convertAndReduce(converter, reducer, band, frame);
+            convertAndReduce(converter, reducer, ntscFrame, reduced + static_cast<std::ptrdiff_t>(i) * reducedSlot,
+                             width, ntscLines, scale);
         else
             converter.StreamLines(0, ntscLines);
     }
