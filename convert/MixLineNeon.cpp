@@ -1,7 +1,7 @@
 // Line blend, NEON: 16 bytes per step, each lane as the definition has it,
 // (K * p + (256 - K) * q) >> 8 in 16 bits: for weights 1 to 128 both
 // factors fit a byte and the sum is at most 255 * 256. The streamed kernels
-// and the streaming copy stay the plain ones here.
+// are the same, with plain stores.
 #include <arm_neon.h>
 
 #include "convert/mixLineWord.h"
@@ -23,4 +23,8 @@ struct Lanes16 {
 
 }  // namespace
 
-void addNeonMixLine(PixelKernels& table) { table.mixLine = mixLineTable<VectorMixLines<Lanes16>>(); }
+void addNeonMixLine(PixelKernels& table)
+{
+    table.mixLine = mixLineTable<VectorMixLines<Lanes16>>();
+    table.mixLineStreamed = table.mixLine;
+}
