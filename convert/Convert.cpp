@@ -70,12 +70,10 @@ private:
 
 // The input is read nearly in order, two fields interleaved; fetching a few
 // lines ahead of the furthest line used keeps the loads from memory running
-// ahead of the kernels. Every input line is requested once. Only lines
-// written with plain stores ask for it: measured on 250 cold 720 x 576
-// frames, the requests cut a frame reduced band by band from 98 to 77 us,
-// but made streamed lines slower (61 against 55 us), whose input the
-// processor's own prefetcher follows better alone; the distance mattered
-// little from 4 to 32 lines.
+// ahead of the kernels. Every input line is requested once. Measured on 250
+// cold 720 x 576 frames (load near 1, variants taking turns), 8 lines ahead
+// made streamed lines 41 us a frame against 54 without the requests, and
+// the distance mattered little from 4 to 32 lines.
 class InputPrefetch {
 public:
     InputPrefetch(const uint32_t* source, std::size_t stride, int lines)
@@ -181,15 +179,11 @@ void Convert::MakeLines(int from, int to, bool streamed)
 
     const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
     InputPrefetch prefetch(source, stride, inputLines);
-    // The kernels of the path in use, looked up once for all the lines. A
-    // path without streaming stores has its plain kernels in both tables.
-    const PixelKernels& path = pixelKernels();
-    const MixLineKernels& kernels = streamed ? path.mixLineStreamed : path.mixLine;
-    const bool prefetching = kernels[1] == path.mixLine[1];
+    // The kernels of the path in use, looked up once for all the lines.
+    const MixLineKernels& kernels = streamed ? pixelKernels().mixLineStreamed : pixelKernels().mixLine;
     for (int y = from; y < to; ++y) {
         const LineSource line = map(y);
-        if (prefetching)
-            prefetch.request(line.a, line.a + map.step() + prefetchLines);
+        prefetch.request(line.a, line.a + map.step() + prefetchLines);
         blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride,
                   static_cast<std::size_t>(map.step()) * stride, line,
                   destination + static_cast<std::size_t>(y) * stride, L);
