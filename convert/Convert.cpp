@@ -72,8 +72,8 @@ private:
 // lines ahead of the furthest line used keeps the loads from memory running
 // ahead of the kernels. Every input line is requested once. Measured on 250
 // cold 720 x 576 frames (load near 1, variants taking turns), 8 lines ahead
-// made streamed lines 41 us a frame against 54 without the requests, and
-// the distance mattered little from 4 to 32 lines.
+// made streamed lines about 49 us a frame against 54 without the requests,
+// and the distance mattered little from 4 to 32 lines.
 class InputPrefetch {
 public:
     InputPrefetch(const uint32_t* source, std::size_t stride, int lines)
