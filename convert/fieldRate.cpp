@@ -66,8 +66,8 @@ bool samePicture(const FieldPicture& p, const FieldPicture& q)
 // An output field lasts num / den input fields, in lowest terms.
 void fieldStep(const FieldRateSettings& s, int64_t& num, int64_t& den)
 {
-    num = int64_t(s.inputRateNum) * s.outputRateDen;
-    den = int64_t(s.inputRateDen) * s.outputRateNum;
+    num = int64_t(s.inputRate.num) * s.outputRate.den;
+    den = int64_t(s.inputRate.den) * s.outputRate.num;
     const int64_t common = std::gcd(num, den);
     num /= common;
     den /= common;
@@ -320,7 +320,7 @@ int64_t FieldRateConverter::framesOut() const { return state_->sent; }
 int FieldRateConverter::usable(const FieldRateSettings& s)
 {
     if (s.width < 32 || s.inputLines < 32 || s.inputLines % 2 || s.outputLines < 2 || s.threads < 1 ||
-        s.inputRateNum <= 0 || s.inputRateDen <= 0 || s.outputRateNum <= 0 || s.outputRateDen <= 0)
+        s.inputRate.num <= 0 || s.inputRate.den <= 0 || s.outputRate.num <= 0 || s.outputRate.den <= 0)
         return 0;
     // Field instants are worked out as field number times num, which must
     // stay far from overflowing.

@@ -22,14 +22,14 @@
 #include <functional>
 #include <memory>
 
+#include "util/ratio.h"
+
 struct FieldRateSettings {
     int width = 720;
     int inputLines = 576;
     int outputLines = 486;
-    int inputRateNum = 25;
-    int inputRateDen = 1;
-    int outputRateNum = 30000;
-    int outputRateDen = 1001;
+    Ratio inputRate{25, 1};  // frames per second
+    Ratio outputRate{30000, 1001};
     bool topFieldFirst = true;
     // Both fields of an input frame show one instant.
     bool progressive = false;

@@ -36,7 +36,7 @@ bool y4mHeaderOf(vXfsFile& clip, const Arguments& args, Y4mHeader& header)
         return badValue("rate", args.Get("rate"), "frames a second: 25, 29.97 or 30000/1001");
     if (args.Has("field-order") && !toFieldOrder(args.Get("field-order"), interlacing))
         return badValue("field order", args.Get("field-order"), "tff, bff or progressive");
-    rateToFraction(rate, header.rateNum, header.rateDen);
+    rateToFraction(rate, header.rate.num, header.rate.den);
     header.interlacing = interlacingTag(interlacing);
     header.colour = "422";
     return true;

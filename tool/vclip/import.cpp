@@ -69,7 +69,7 @@ public:
         ClipFormat format;
         format.width = header.width;
         format.height = header.height;
-        format.rate = header.rateDen > 0 ? double(header.rateNum) / header.rateDen : 25.0;
+        format.rate = header.rate.den > 0 ? double(header.rate.num) / header.rate.den : 25.0;
         format.interlacing = interlacingFromTag(header.interlacing);
         return out_.CreateForStream(name_, format, rules_);
     }

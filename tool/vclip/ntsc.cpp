@@ -119,6 +119,6 @@ int commandNtsc(const Arguments& args)
         return 1;
     Y4mStreamWriter writer(out);
     NtscLines conversion(writer);
-    const std::unique_ptr<Y4mSink> timed = rate.num ? fieldRateStage(writer, rate, shownName) : nullptr;
+    const std::unique_ptr<Y4mSink> timed = rate.rate.num ? fieldRateStage(writer, rate, shownName) : nullptr;
     return reader.Pump(timed ? *timed : conversion) ? 0 : 1;
 }

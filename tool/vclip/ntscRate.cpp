@@ -28,24 +28,21 @@ public:
         settings.width = header.width;
         settings.inputLines = header.height;
         settings.outputLines = kNtscLines;
-        settings.inputRateNum = header.rateNum;
-        settings.inputRateDen = header.rateDen;
-        settings.outputRateNum = rate_.num;
-        settings.outputRateDen = rate_.den;
+        settings.inputRate = header.rate;
+        settings.outputRate = rate_.rate;
         // The bytes are the same for any number of threads.
         const unsigned cores = std::thread::hardware_concurrency();
         settings.threads = cores < 1 ? 1 : (cores > 16 ? 16 : static_cast<int>(cores));
         if (!FieldRateConverter::usable(settings))
             return report("%s: %d x %d at %d:%d; the rate conversion needs at least 32 x 32 pixels, an even number "
                           "of lines and a known rate",
-                          name_.c_str(), header.width, header.height, header.rateNum, header.rateDen);
+                          name_.c_str(), header.width, header.height, header.rate.num, header.rate.den);
         width_ = header.width;
         lines_ = header.height;
         pal_.assign(static_cast<size_t>(rawFrameBytes(width_, lines_)), 0);
         Y4mHeader out = header;
         out.height = kNtscLines;
-        out.rateNum = rate_.num;
-        out.rateDen = rate_.den;
+        out.rate = rate_.rate;
         // Every output frame holds two fields of their own instants; the
         // line conversion puts the field first in time on the odd lines.
         out.interlacing = settings.topFieldFirst ? 'b' : 't';
@@ -93,15 +90,15 @@ bool ntscRateOptions(const Arguments& args, NtscRate& rate)
     if (args.Has("rate")) {
         double value = 0;
         if (toRate(args.Get("rate"), value))
-            rateToFraction(value, rate.num, rate.den);
+            rateToFraction(value, rate.rate.num, rate.rate.den);
         // A rate below a thousandth of a frame a second comes out as 0.
-        if (rate.num <= 0)
+        if (rate.rate.num <= 0)
             return badValue("rate", args.Get("rate"), "frames a second: 25, 29.97 or 30000/1001");
     }
     if (args.Has("field-order")) {
         if (!toFieldOrder(args.Get("field-order"), rate.fieldOrder))
             return badValue("field order", args.Get("field-order"), "tff, bff or progressive");
-        if (!rate.num)
+        if (!rate.rate.num)
             return report("ntsc: --field-order goes with --rate");
     }
     return true;

@@ -10,8 +10,7 @@
 #include "tool/vclip/y4mStream.h"
 
 struct NtscRate {
-    int num = 0;  // 0: no --rate, the frames keep their rate
-    int den = 1;
+    Ratio rate{0, 1};     // 0: no --rate, the frames keep their rate
     int fieldOrder = -1;  // --field-order as the clip's interlacing value, -1 from the header
 };
 

@@ -90,13 +90,13 @@ bool parseY4mHeader(const std::string& line, Y4mHeader& header, std::string& err
             break;
         case 'F':
             // n:d, both positive; 0:0 is the format's "unknown".
-            if (!parseRatio(value, header.rateNum, header.rateDen)) {
+            if (!parseRatio(value, header.rate.num, header.rate.den)) {
                 error = "bad frame rate tag " + shownText(word);
                 return false;
             }
             break;
         case 'A':
-            if (!parseRatio(value, header.aspectNum, header.aspectDen)) {
+            if (!parseRatio(value, header.aspect.num, header.aspect.den)) {
                 error = "bad pixel aspect tag " + shownText(word);
                 return false;
             }
@@ -144,8 +144,8 @@ bool parseY4mFrameLine(const std::string& line, std::string& error)
 std::string formatY4mHeader(const Y4mHeader& header)
 {
     std::ostringstream text;
-    text << "YUV4MPEG2 W" << header.width << " H" << header.height << " F" << header.rateNum << ':' << header.rateDen
-         << " I" << header.interlacing << " A" << header.aspectNum << ':' << header.aspectDen << " C" << header.colour
+    text << "YUV4MPEG2 W" << header.width << " H" << header.height << " F" << header.rate.num << ':' << header.rate.den
+         << " I" << header.interlacing << " A" << header.aspect.num << ':' << header.aspect.den << " C" << header.colour
          << '\n';
     return text.str();
 }

@@ -7,14 +7,14 @@
 #include <cstdint>
 #include <string>
 
+#include "util/ratio.h"
+
 struct Y4mHeader {
     int width = 0;
     int height = 0;
-    int rateNum = 25;
-    int rateDen = 1;
-    char interlacing = '?';  // p, t, b, m or ?
-    int aspectNum = 0;       // pixel aspect n:d; 0:0 unknown
-    int aspectDen = 0;
+    Ratio rate{25, 1};
+    char interlacing = '?';          // p, t, b, m or ?
+    Ratio aspect{0, 0};              // pixel aspect; 0:0 unknown
     std::string colour = "420jpeg";  // the format's default when C is absent
 };
 
