@@ -119,6 +119,33 @@ struct RunResult {
 // Runs `program` with args (args[0] is argv[0]) and collects its standard
 // output, standard error and exit status. The output goes through files in
 // a scratch directory of its own, so that a full pipe cannot stall it.
+// Starts `program` with args (args[0] is argv[0]) and returns at once with
+// its process id; standard output and error go to /dev/null. With ownGroup
+// it leads a process group of its own, so kill(-pid) stops all it started.
+inline pid_t StartProgram(const std::string& program, std::vector<std::string> args, bool ownGroup = false)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    if (ownGroup) {
+        posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+        posix_spawnattr_setpgroup(&attr, 0);
+    }
+    std::vector<char*> argv;
+    for (std::string& a : args)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    EXPECT_EQ(posix_spawn(&pid, program.c_str(), &actions, &attr, argv.data(), environ), 0)
+        << "cannot start " << program;
+    posix_spawnattr_destroy(&attr);
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
 inline RunResult RunProgram(const std::string& program, std::vector<std::string> args)
 {
     ScratchDir dir;

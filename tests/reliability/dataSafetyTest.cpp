@@ -234,18 +234,8 @@ TEST_F(DataSafety, KilledRunsLeaveNoScratchFiles)
     const std::string ntsc = dir / "ntsc.clip", small = dir / "small.clip";
     std::mt19937 random(12345);
     for (int round = 0; round < 300; ++round) {
-        pid_t pid = 0;
-        std::vector<std::string> args{"pal2ntsc", "-P", input, "-N", ntsc, "-n", small};
-        std::vector<char*> argv;
-        for (std::string& a : args)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-        ASSERT_EQ(posix_spawn(&pid, PAL2NTSC_BIN, &actions, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
+        const pid_t pid = tsupport::StartProgram(PAL2NTSC_BIN, {"pal2ntsc", "-P", input, "-N", ntsc, "-n", small});
+        ASSERT_GT(pid, 0);
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);

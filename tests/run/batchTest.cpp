@@ -172,18 +172,9 @@ TEST(Batch, KilledMidwayFinishesOnRerunWithoutRedoingFinishedClips)
     WriteFile(slow, std::string("#!/bin/sh\n\"") + PAL2NTSC_BIN + "\" \"$@\"\nsleep 0.3\n");
     fs::permissions(slow, fs::perms::owner_all);
 
-    std::vector<std::string> args = {VCLIP_BIN, "batch", a.src, a.dst, "--jobs", "2", "--converter", slow};
-    std::vector<char*> argv;
-    for (std::string& s : args)
-        argv.push_back(s.data());
-    argv.push_back(nullptr);
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attr, 0);
-    pid_t pid = 0;
-    ASSERT_EQ(posix_spawn(&pid, VCLIP_BIN, nullptr, &attr, argv.data(), environ), 0);
-    posix_spawnattr_destroy(&attr);
+    const pid_t pid =
+        tsupport::StartProgram(VCLIP_BIN, {VCLIP_BIN, "batch", a.src, a.dst, "--jobs", "2", "--converter", slow}, true);
+    ASSERT_GT(pid, 0);
     const std::string manifest = a.dst + "/vclip-batch.tsv";
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while ((Count(Outcomes(manifest), "converted") < 2 || !HasPartial(a.dst)) &&
