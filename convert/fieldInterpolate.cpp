@@ -1,16 +1,13 @@
 #include "convert/fieldInterpolate.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
+#include "convert/interpolateKernels.h"
 #include "convert/motionKernels.h"
 
 namespace {
-
-// Where the two ends of a vector disagree by more than this, the place is
-// taken to be covered or uncovered between the fields: the nearer field
-// alone shows it.
-constexpr int disagreement = 40;
 
 int64_t floorDiv(int64_t n, int64_t d) { return n >= 0 ? n / d : -((d - 1 - n) / d); }
 int roundDiv(int64_t n, int64_t d) { return static_cast<int>(floorDiv(2 * n + d, 2 * d)); }
@@ -79,26 +76,19 @@ struct Taps {
 };
 const Taps taps;
 
-// Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths:
-// the columns a vertical pass leaves in `column`, then a horizontal one.
-void sampleRun(const Plane& plane, int y, int x0, int x1, int fromX, int fromY, std::vector<int>& column, int* out)
+// Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths into
+// out (and up to samplingOverrun past x1): the columns a vertical pass
+// leaves in `column`, then a horizontal one.
+void sampleRun(const InterpolateKernels& kernels, const Plane& plane, int y, int x0, int x1, int fromX, int fromY,
+               int16_t* column, uint8_t* out)
 {
-    const int* cy = taps.c[fromY & (subpixel - 1)];
-    const int* cx = taps.c[fromX & (subpixel - 1)];
-    const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits);
-    const std::ptrdiff_t s = plane.stride;
+    const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits) + x0;
     if (!((fromX | fromY) & (subpixel - 1))) {  // whole pixels: the samples themselves
-        for (int x = x0; x < x1; ++x)
-            out[x] = top[x + s];
+        std::memcpy(out + x0, top + plane.stride, static_cast<std::size_t>(x1 - x0));
         return;
     }
-    int* col = column.data() + 1 - x0;
-    for (int x = x0 - 1; x < x1 + 2; ++x)
-        col[x] = cy[0] * top[x] + cy[1] * top[x + s] + cy[2] * top[x + 2 * s] + cy[3] * top[x + 3 * s];
-    for (int x = x0; x < x1; ++x) {
-        const int v = (cx[0] * col[x - 1] + cx[1] * col[x] + cx[2] * col[x + 1] + cx[3] * col[x + 2] + 2048) >> 12;
-        out[x] = v < 0 ? 0 : (v > 255 ? 255 : v);
-    }
+    kernels.columns(top - 1, plane.stride, taps.c[fromY & (subpixel - 1)], x1 - x0 + 3, column);
+    kernels.rows(column, taps.c[fromX & (subpixel - 1)], x1 - x0, out + x0);
 }
 
 // Luma samples [from, next run's from) of a line share vector v.
@@ -107,61 +97,64 @@ struct Run {
     MotionVector v;
 };
 
+// One line of a plane of each field along the runs' vectors, and the blend.
+struct LinePair {
+    std::vector<uint8_t> p, q, out;
+};
+
 // Lines a thread works in, kept from one band to the next; nothing in them
-// outlives the line it is used for.
+// outlives the line it is used for. Each has room for the sampling kernels
+// to run past its end.
 struct Scratch {
-    std::vector<int> column, p, q;
+    std::vector<int16_t> column;
     std::vector<Run> runs;
-    std::vector<uint8_t> luma, cb, cr;
+    LinePair luma, cb, cr;
     void size(int samples)
     {
         const auto n = static_cast<std::size_t>(samples);
-        if (p.size() == n)
+        if (luma.out.size() == n)
             return;
-        column.assign(n + 3, 0);
-        p.assign(n, 0);
-        q.assign(n, 0);
-        luma.assign(n, 0);
-        cb.assign(n / 2, 0);
-        cr.assign(n / 2, 0);
+        column.assign(n + 3 + 2 * samplingOverrun, 0);
+        for (LinePair* pair : {&luma, &cb, &cr}) {
+            const std::size_t count = pair == &luma ? n : n / 2;
+            pair->p.assign(count + samplingOverrun, 0);
+            pair->q.assign(count + samplingOverrun, 0);
+            pair->out.assign(count, 0);
+        }
     }
 };
 
-// Each output sample the blend of p and q with weight/256 on q, or the
-// sample of the nearer field where the two disagree.
-void blendSamples(const int* p, const int* q, int count, int weight, uint8_t* out)
-{
-    const int* nearer = weight < 128 ? p : q;
-    for (int i = 0; i < count; ++i) {
-        const int d = p[i] > q[i] ? p[i] - q[i] : q[i] - p[i];
-        const int blend = (p[i] * (256 - weight) + q[i] * weight + 128) >> 8;
-        out[i] = static_cast<uint8_t>(d > disagreement ? nearer[i] : blend);
-    }
-}
-
 // Samples [x0, x1) of line y of the plane pair along one vector whose ends
-// are e (64ths), blended with weight/256 on b.
-void blendRun(const Plane& pa, const Plane& pb, int y, int x0, int x1, const Ends& e, int weight, Scratch& scratch,
-              uint8_t* out)
+// are e (64ths).
+void sampleRuns(const InterpolateKernels& kernels, const Plane& pa, const Plane& pb, int y, int x0, int x1,
+                const Ends& e, Scratch& scratch, LinePair& line)
 {
-    sampleRun(pa, y, x0, x1, e.fromX, e.fromY, scratch.column, scratch.p.data());
-    sampleRun(pb, y, x0, x1, e.toX, e.toY, scratch.column, scratch.q.data());
-    blendSamples(scratch.p.data() + x0, scratch.q.data() + x0, x1 - x0, weight, out + x0);
+    sampleRun(kernels, pa, y, x0, x1, e.fromX, e.fromY, scratch.column.data(), line.p.data());
+    sampleRun(kernels, pb, y, x0, x1, e.toX, e.toY, scratch.column.data(), line.q.data());
 }
 
 // Luma samples that share one vector where blocks of different motion meet.
 constexpr int segment = 2;
 
-// Disagreement of a vector's ends over luma samples [x0 - 1, x1] of line y.
-unsigned segmentDifference(const FieldPicture& a, const FieldPicture& b, int x0, int x1, int y, MotionVector v,
-                           Share at)
+// The two ends of a vector on one luma line: a's line and b's, each moved
+// by its end.
+struct EndLines {
+    const uint8_t* p;
+    const uint8_t* q;
+};
+
+EndLines endLines(const FieldPicture& a, const FieldPicture& b, int y, MotionVector v, Share at)
 {
     const Ends e = endsOf(v, at, 1, 1);
-    const uint8_t* p = a.luma.row(y + e.fromY) + e.fromX;
-    const uint8_t* q = b.luma.row(y + e.toY) + e.toX;
+    return {a.luma.row(y + e.fromY) + e.fromX, b.luma.row(y + e.toY) + e.toX};
+}
+
+// Disagreement of a vector's ends over luma samples [x0 - 1, x1].
+unsigned segmentDifference(EndLines ends, int x0, int x1)
+{
     unsigned sum = 0;
     for (int x = x0 - 1; x <= x1; ++x)
-        sum += unsigned(std::abs(p[x] - q[x]));
+        sum += unsigned(std::abs(ends.p[x] - ends.q[x]));
     return sum;
 }
 
@@ -169,6 +162,36 @@ void extend(std::vector<Run>& runs, int from, MotionVector v)
 {
     if (runs.empty() || runs.back().v != v)
         runs.push_back({from, v});
+}
+
+// Luma samples [x0, end) of one half of a block, whose own vector is `own`
+// and whose neighbours on the samples' sides are `across` and `above`: for
+// each segment the first of own, across and above whose ends agree best.
+void halfBlockRuns(const FieldPicture& a, const FieldPicture& b, Share at, int y, int x0, int end, int count,
+                   const MotionVector (&vectors)[3], std::vector<Run>& runs)
+{
+    if (vectors[1] == vectors[0] && vectors[2] == vectors[0]) {
+        extend(runs, x0, vectors[0]);
+        return;
+    }
+    EndLines ends[3];
+    for (int i = 0; i < 3; ++i)
+        ends[i] = endLines(a, b, y, vectors[i], at);
+    for (; x0 < end; x0 += segment) {
+        const int x1 = x0 + segment < count ? x0 + segment : count;
+        int best = 0;
+        unsigned bestDifference = segmentDifference(ends[0], x0, x1);
+        for (int i = 1; i < 3; ++i) {
+            if (vectors[i] == vectors[0])
+                continue;
+            const unsigned difference = segmentDifference(ends[i], x0, x1);
+            if (difference < bestDifference) {
+                best = i;
+                bestDifference = difference;
+            }
+        }
+        extend(runs, x0, vectors[best]);
+    }
 }
 
 // The vector of each luma sample of line y, as runs: its block's, unless a
@@ -183,24 +206,12 @@ void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& 
     runs.clear();
     for (int column = 0; column * blockSize < count; ++column) {
         const MotionVector own = chosen.at(column, row), above = chosen.at(column, row + sideY);
-        const MotionVector left = chosen.at(column - 1, row), right = chosen.at(column + 1, row);
-        const int end = (column + 1) * blockSize < count ? (column + 1) * blockSize : count;
-        for (int x0 = column * blockSize; x0 < end; x0 += segment) {
-            const MotionVector across = x0 % blockSize < blockSize / 2 ? left : right;
-            MotionVector best = own;
-            if (across != own || above != own) {
-                const int x1 = x0 + segment < count ? x0 + segment : count;
-                unsigned bestDifference = segmentDifference(a, b, x0, x1, y, own, at);
-                for (const MotionVector& v : {across, above}) {
-                    const unsigned difference = v == own ? bestDifference : segmentDifference(a, b, x0, x1, y, v, at);
-                    if (difference < bestDifference) {
-                        best = v;
-                        bestDifference = difference;
-                    }
-                }
-            }
-            extend(runs, x0, best);
-        }
+        const int x0 = column * blockSize, middle = x0 + blockSize / 2;
+        const int end = x0 + blockSize < count ? x0 + blockSize : count;
+        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {own, chosen.at(column - 1, row), above},
+                      runs);
+        if (middle < end)
+            halfBlockRuns(a, b, at, y, middle, end, count, {own, chosen.at(column + 1, row), above}, runs);
     }
     runs.push_back({count, {}});
 }
@@ -241,30 +252,29 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
 void interpolateLines(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Fraction at,
                       uint8_t* frame, int width, int parity, int from, int to)
 {
+    const InterpolateKernels& kernels = interpolateKernels();
     const int words = width >> 1;
     const int weight = weightOf(at);
     const Share share = shareOf(at);
     static thread_local Scratch scratch;
     scratch.size(2 * words);
-    std::vector<uint8_t>&luma = scratch.luma, &cb = scratch.cb, &cr = scratch.cr;
     for (int y = from; y < to; ++y) {
         pixelRuns(a, b, chosen, share, y, 2 * words, scratch.runs);
         for (std::size_t r = 0; r + 1 < scratch.runs.size(); ++r) {
             const MotionVector v = scratch.runs[r].v;
             const int x0 = scratch.runs[r].from, x1 = scratch.runs[r + 1].from;
-            blendRun(a.luma, b.luma, y, x0, x1, endsOf(v, share, subpixel, subpixel), weight, scratch, luma.data());
+            // Runs go from left to right, each over what the one before
+            // left past its end.
+            sampleRuns(kernels, a.luma, b.luma, y, x0, x1, endsOf(v, share, subpixel, subpixel), scratch, scratch.luma);
             // Runs start on even samples: a chroma sample and its two pixels
             // share one vector.
             const Ends e = endsOf(v, share, subpixel / 2, subpixel);
-            blendRun(a.cb, b.cb, y, x0 / 2, x1 / 2, e, weight, scratch, cb.data());
-            blendRun(a.cr, b.cr, y, x0 / 2, x1 / 2, e, weight, scratch, cr.data());
+            sampleRuns(kernels, a.cb, b.cb, y, x0 / 2, x1 / 2, e, scratch, scratch.cb);
+            sampleRuns(kernels, a.cr, b.cr, y, x0 / 2, x1 / 2, e, scratch, scratch.cr);
         }
-        uint8_t* out = frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4;
-        for (int i = 0; i < words; ++i, out += 4) {
-            out[0] = cb[static_cast<std::size_t>(i)];
-            out[1] = luma[static_cast<std::size_t>(2 * i)];
-            out[2] = cr[static_cast<std::size_t>(i)];
-            out[3] = luma[static_cast<std::size_t>(2 * i + 1)];
-        }
+        for (LinePair* line : {&scratch.luma, &scratch.cb, &scratch.cr})
+            kernels.blend(line->p.data(), line->q.data(), static_cast<int>(line->out.size()), weight, line->out.data());
+        kernels.pack(scratch.luma.out.data(), scratch.cb.out.data(), scratch.cr.out.data(), words,
+                     frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4);
     }
 }

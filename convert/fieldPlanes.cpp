@@ -7,7 +7,9 @@ void Plane::allocate(int w, int h)
     width = w;
     height = h;
     stride = w + 2 * padX;
-    data.assign(static_cast<std::size_t>(stride) * static_cast<std::size_t>(h + 2 * padY), 0);
+    // The bytes after the last line are for vector kernels that read whole
+    // vectors past a line's end.
+    data.assign(static_cast<std::size_t>(stride) * static_cast<std::size_t>(h + 2 * padY) + 64, 0);
 }
 
 void Plane::extendBorders()

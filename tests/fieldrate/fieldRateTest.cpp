@@ -1,9 +1,10 @@
 // The field-rate converter: still pictures pass exactly, pans come out where
 // they belong at each output instant, cuts are never blended, and the bytes
-// do not depend on the run or the number of threads. Its motion kernels
-// against their plain versions.
+// do not depend on the run or the number of threads. Its motion and
+// interpolation kernels against their plain versions.
 #include <cmath>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -12,6 +13,7 @@
 
 #include "convert/Convert.h"
 #include "convert/fieldRate.h"
+#include "convert/interpolateKernels.h"
 #include "convert/motionKernels.h"
 
 namespace {
@@ -201,6 +203,49 @@ TEST(MotionKernels, VectorVersionsMatchThePlainOnes)
         for (int h = 0; h < 4; ++h)
             ASSERT_EQ(sad8x8Half(pa, strideA, pb, strideB, h & 1, h >> 1),
                       sad8x8HalfPlain(pa, strideA, pb, strideB, h & 1, h >> 1));
+    }
+}
+
+// Every path's interpolation kernels give the plain ones' bytes, for any
+// length (short runs and line tails), taps and weight; only [0, count) counts.
+TEST(InterpolateKernels, VectorVersionsMatchThePlainOnes)
+{
+    std::mt19937 rng(9);
+    const InterpolateKernels& plain = interpolateKernels(KernelPath::reference);
+    std::vector<uint8_t> plane(64 * 8 + 2 * samplingOverrun);
+    std::vector<int16_t> column(64 + 2 * samplingOverrun);
+    std::vector<uint8_t> p(64 + samplingOverrun), q(64 + samplingOverrun), expected(256), got(256);
+    for (int path = 1; path < kernelPathCount; ++path) {
+        if (!kernelPathAvailable(static_cast<KernelPath>(path)))
+            continue;
+        const InterpolateKernels& vector = interpolateKernels(static_cast<KernelPath>(path));
+        for (int round = 0; round < 300; ++round) {
+            for (auto& v : plane)
+                v = static_cast<uint8_t>(round % 3 == 0 ? (rng() & 1) * 255 : rng());
+            const int count = static_cast<int>(rng() % 61);
+            // Cubic-like taps: small negative outer ones, the rest summing to 64.
+            const int outer0 = -static_cast<int>(rng() % 9), outer3 = -static_cast<int>(rng() % 9);
+            const int inner2 = static_cast<int>(rng() % 65);
+            const int taps[4] = {outer0, 64 - outer0 - outer3 - inner2, inner2, outer3};
+            const uint8_t* top = plane.data() + rng() % 8;
+            plain.columns(top, 64, taps, count + 3, column.data());
+            const std::vector<int16_t> plainColumn(column.begin(), column.begin() + count + 3);
+            vector.columns(top, 64, taps, count + 3, column.data());
+            ASSERT_TRUE(std::equal(plainColumn.begin(), plainColumn.end(), column.begin())) << path << " " << count;
+            plain.rows(column.data(), taps, count, p.data());
+            vector.rows(column.data(), taps, count, q.data());
+            ASSERT_EQ(0, std::memcmp(p.data(), q.data(), static_cast<std::size_t>(count))) << path << " " << count;
+            for (std::size_t i = 0; i < p.size(); ++i)
+                q[i] = static_cast<uint8_t>(rng() % 4 ? p[i] + rng() % 91 - 45 : rng());
+            const int weight = static_cast<int>(rng() % 257);
+            plain.blend(p.data(), q.data(), count, weight, expected.data());
+            vector.blend(p.data(), q.data(), count, weight, got.data());
+            ASSERT_EQ(0, std::memcmp(expected.data(), got.data(), static_cast<std::size_t>(count))) << path;
+            const int packed = count / 2;
+            plain.pack(plane.data(), p.data(), q.data(), packed, expected.data());
+            vector.pack(plane.data(), p.data(), q.data(), packed, got.data());
+            ASSERT_EQ(0, std::memcmp(expected.data(), got.data(), static_cast<std::size_t>(4 * packed))) << path;
+        }
     }
 }
 

@@ -1,0 +1,76 @@
+#include "convert/interpolateKernels.h"
+
+namespace {
+
+void plainColumns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int count, int16_t* column)
+{
+    for (int i = 0; i < count; ++i)
+        column[i] = static_cast<int16_t>(taps[0] * top[i] + taps[1] * top[i + stride] + taps[2] * top[i + 2 * stride] +
+                                         taps[3] * top[i + 3 * stride]);
+}
+
+void plainRows(const int16_t* column, const int* taps, int count, uint8_t* out)
+{
+    for (int i = 0; i < count; ++i) {
+        const int v = (taps[0] * column[i] + taps[1] * column[i + 1] + taps[2] * column[i + 2] +
+                       taps[3] * column[i + 3] + 2048) >>
+                      12;
+        out[i] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+    }
+}
+
+void plainBlend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_t* out)
+{
+    const uint8_t* nearer = weight < 128 ? p : q;
+    for (int i = 0; i < count; ++i) {
+        const int d = p[i] > q[i] ? p[i] - q[i] : q[i] - p[i];
+        const int blend = (p[i] * (256 - weight) + q[i] * weight + 128) >> 8;
+        out[i] = static_cast<uint8_t>(d > interpolateDisagreement ? nearer[i] : blend);
+    }
+}
+
+void plainPack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out)
+{
+    for (int i = 0; i < words; ++i, out += 4) {
+        out[0] = cb[i];
+        out[1] = luma[2 * i];
+        out[2] = cr[i];
+        out[3] = luma[2 * i + 1];
+    }
+}
+
+constexpr InterpolateKernels plainKernels{&plainColumns, &plainRows, &plainBlend, &plainPack};
+
+// Every path's table, made once: the plain kernels, with each vector path's
+// own in place of them. Every x86 path has the kernels of the x86 paths
+// before it.
+struct PathTables {
+    InterpolateKernels byPath[kernelPathCount];
+
+    PathTables()
+    {
+        for (int p = 0; p < kernelPathCount; ++p) {
+            byPath[p] = plainKernels;
+#if defined(PAL2NTSC_X86_KERNELS)
+            const auto path = static_cast<KernelPath>(p);
+            if (path == KernelPath::reference || path == KernelPath::neon)
+                continue;
+            addSse2Interpolate(byPath[p]);
+            if (path != KernelPath::sse2)
+                addAvx2Interpolate(byPath[p]);
+#endif
+        }
+    }
+};
+
+const PathTables& tables()
+{
+    static const PathTables made;
+    return made;
+}
+
+}  // namespace
+
+const InterpolateKernels& interpolateKernels() { return interpolateKernels(kernelPath()); }
+
+const InterpolateKernels& interpolateKernels(KernelPath path) { return tables().byPath[static_cast<int>(path)]; }

@@ -1,0 +1,44 @@
+// The kernels of motion-compensated interpolation (convert/fieldInterpolate.h),
+// one table per path (util/cpuFeatures.h): cubic sampling in two passes, the
+// blend of the two fields' samples and the packing of a line into YUV 4:2:2
+// words. The reference table holds the plain kernels; the vector paths put in
+// theirs, and the tests compare each with the plain one on random data.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "util/cpuFeatures.h"
+
+// Where the two fields' samples differ by more than this, the blend takes
+// the nearer field's alone: the place is covered or uncovered between them.
+constexpr int interpolateDisagreement = 40;
+
+// The sampling passes work in whole vectors: they may read up to
+// `samplingOverrun` bytes past the last input sample they use and write as
+// far past `count`; callers leave that room after their lines.
+constexpr int samplingOverrun = 32;
+
+struct InterpolateKernels {
+    // Vertical pass: column[i] = sum of taps[k] * top[i + k * stride], k 0 to
+    // 3, for i in [0, count). The taps (summing to 64, the positive ones to
+    // at most 128) keep every column within 16 bits.
+    void (*columns)(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int count, int16_t* column);
+    // Horizontal pass: out[i] = (sum of taps[k] * column[i + k] + 2048) >> 12,
+    // clamped to 0 to 255, for i in [0, count).
+    void (*rows)(const int16_t* column, const int* taps, int count, uint8_t* out);
+    // out[i] = the blend of p[i] and q[i] with weight / 256 (0 to 256) on q,
+    // rounded, or the nearer field's sample (q from weight 128) where the
+    // two differ by more than interpolateDisagreement.
+    void (*blend)(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_t* out);
+    // `words` words of bytes cb[i], luma[2i], cr[i], luma[2i + 1].
+    void (*pack)(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out);
+};
+
+// The table of the path in use, and of any available path (for the tests).
+const InterpolateKernels& interpolateKernels();
+const InterpolateKernels& interpolateKernels(KernelPath path);
+
+// Only the files of the machine built for are compiled.
+void addSse2Interpolate(InterpolateKernels& table);
+void addAvx2Interpolate(InterpolateKernels& table);
