@@ -23,13 +23,13 @@ void avx2Columns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int
 }
 
 inline __m256i load(const int16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-inline __m256i tapPair(const int* taps) { return _mm256_set1_epi32((taps[1] << 16) | (taps[0] & 0xFFFF)); }
 
 // The unpacks and packs work within each 128-bit half, so the samples come
 // out in order: 0 to 7 in the low half, 8 to 15 in the high one.
 void avx2Rows(const int16_t* column, const int* taps, int count, uint8_t* out)
 {
-    const __m256i t01 = tapPair(taps), t23 = tapPair(taps + 2), round = _mm256_set1_epi32(2048);
+    const __m256i t01 = _mm256_set1_epi32(tapPair(taps)), t23 = _mm256_set1_epi32(tapPair(taps + 2)),
+                  round = _mm256_set1_epi32(2048);
     for (int i = 0; i < count; i += 16) {
         const __m256i a = load(column + i), b = load(column + i + 1);
         const __m256i c = load(column + i + 2), d = load(column + i + 3);

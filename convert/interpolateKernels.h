@@ -35,6 +35,13 @@ struct InterpolateKernels {
     void (*pack)(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out);
 };
 
+// Two 16-bit taps in one 32-bit lane, the first in the low half: what the
+// vector kernels multiply pairs of neighbouring columns by.
+inline int32_t tapPair(const int* taps)
+{
+    return static_cast<int32_t>((static_cast<uint32_t>(taps[1]) << 16) | (static_cast<uint32_t>(taps[0]) & 0xFFFFu));
+}
+
 // The table of the path in use, and of any available path (for the tests).
 const InterpolateKernels& interpolateKernels();
 const InterpolateKernels& interpolateKernels(KernelPath path);

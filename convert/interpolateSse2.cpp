@@ -30,12 +30,10 @@ void sse2Columns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int
     }
 }
 
-// Two 16-bit taps side by side, for a multiply-add of neighbouring columns.
-inline __m128i tapPair(const int* taps) { return _mm_set1_epi32((taps[1] << 16) | (taps[0] & 0xFFFF)); }
-
 void sse2Rows(const int16_t* column, const int* taps, int count, uint8_t* out)
 {
-    const __m128i t01 = tapPair(taps), t23 = tapPair(taps + 2), round = _mm_set1_epi32(2048);
+    const __m128i t01 = _mm_set1_epi32(tapPair(taps)), t23 = _mm_set1_epi32(tapPair(taps + 2)),
+                  round = _mm_set1_epi32(2048);
     for (int i = 0; i < count; i += 8) {
         const __m128i a = load(column + i), b = load(column + i + 1);
         const __m128i c = load(column + i + 2), d = load(column + i + 3);
