@@ -1,5 +1,5 @@
 // vclip ntsc --rate: the stream at 30000/1001 frames a second, its header,
-// its length, and the field order it needs.
+// its length, the field order it needs, and its reading and writing.
 #include "tests/run/vclipInProcess.h"
 
 namespace {
@@ -49,6 +49,26 @@ TEST(VclipRate, FieldOrderFromTheHeaderOrTheOption)
     EXPECT_EQ(VclipInProcess({"ntsc", unknown, dir / "x.y4m", "--field-order", "tff"}).err,
               "vclip: ntsc: --field-order goes with --rate\n");
     EXPECT_EQ(VclipInProcess({"ntsc", unknown, dir / "x.y4m", "--rate", "fast"}).status, 1);
+}
+
+// Read ahead and written behind the conversion, the stream still comes out
+// whole to standard output, and a cut input still stops it with the reader's
+// message and no output.
+TEST(VclipRate, StreamsThroughThreadsAsThroughOne)
+{
+    ScratchDir dir;
+    const std::string in = dir / "in.y4m", cut = dir / "cut.y4m", out = dir / "out.y4m";
+    const std::string stream = stillStream("It", 9);
+    WriteFile(in, stream);
+    ASSERT_EQ(VclipInProcess({"ntsc", in, out, "--rate", "30000/1001"}).status, 0);
+    const RunResult piped = VclipInProcess({"ntsc", in, "-", "--rate", "30000/1001"});
+    EXPECT_EQ(piped.status, 0);
+    EXPECT_TRUE(piped.out == ReadFile(out));
+    WriteFile(cut, stream.substr(0, stream.size() - 1000));
+    const RunResult r = VclipInProcess({"ntsc", cut, dir / "x.y4m", "--rate", "30000/1001"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "vclip: " + cut + ": frame 8: cut short: 4120 of its 5120 bytes are there\n");
+    EXPECT_FALSE(std::filesystem::exists(dir / "x.y4m"));
 }
 
 }  // namespace

@@ -18,6 +18,8 @@ namespace {
 
 // Lines of the converter's output frames.
 constexpr int kNtscLines = 486;
+// Input frames read ahead of the rate conversion.
+constexpr int kRateReadAhead = 3;
 
 // Room after each frame, so that no kernel reading a whole vector at the
 // end of a line can reach past the buffer.
@@ -120,5 +122,7 @@ int commandNtsc(const Arguments& args)
     Y4mStreamWriter writer(out);
     NtscLines conversion(writer);
     const std::unique_ptr<Y4mSink> timed = rate.rate.num ? fieldRateStage(writer, rate, shownName) : nullptr;
-    return reader.Pump(timed ? *timed : conversion) ? 0 : 1;
+    // The rate conversion works long on each frame: its input is read
+    // meanwhile.
+    return (timed ? reader.PumpAhead(*timed, kRateReadAhead) : reader.Pump(conversion)) ? 0 : 1;
 }

@@ -6,6 +6,7 @@
 
 #include "convert/fieldRate.h"
 #include "tool/vclip/commands.h"
+#include "tool/vclip/frameQueue.h"
 #include "tool/vclip/messages.h"
 #include "tool/vclip/pictures.h"
 #include "tool/vclip/y4m.h"
@@ -13,6 +14,8 @@
 namespace {
 
 constexpr int kNtscLines = 486;
+// Output frames made ahead of their writing.
+constexpr int kWriteBehind = 3;
 
 class FieldRateLines : public Y4mSink {
 public:
@@ -46,12 +49,20 @@ public:
         // Every output frame holds two fields of their own instants; the
         // line conversion puts the field first in time on the odd lines.
         out.interlacing = settings.topFieldFirst ? 'b' : 't';
-        planes_.assign(y4mFrameBytes(out), 0);
+        frameBytes_ = y4mFrameBytes(out);
         converter_ = std::make_unique<FieldRateConverter>(settings, [this](const uint32_t* frame) {
-            packedToPlanar(reinterpret_cast<const uint8_t*>(frame), width_, kNtscLines, planes_.data());
-            return next_.Frame(planes_.data()) ? 1 : 0;
+            std::vector<uint8_t>* planes = written_.Fill();
+            if (!planes)
+                return 0;
+            planes->resize(frameBytes_);
+            packedToPlanar(reinterpret_cast<const uint8_t*>(frame), width_, kNtscLines, planes->data());
+            written_.Filled();
+            return 1;
         });
-        return next_.Begin(out);
+        if (!next_.Begin(out))
+            return false;
+        writing_ = std::thread([this] { WriteFrames(); });
+        return true;
     }
 
     bool Frame(const uint8_t* planes) override
@@ -60,9 +71,40 @@ public:
         return converter_->push(pal_.data()) != 0;
     }
 
-    bool End() override { return converter_->finish() && next_.End(); }
+    bool End() override
+    {
+        if (!converter_->finish())
+            return false;
+        EndWriting();
+        return !writeFailed_ && next_.End();
+    }
+
+    // Whatever the end, the frames made are written, as they would be on
+    // this thread.
+    ~FieldRateLines() override { EndWriting(); }
 
 private:
+    // On a thread of its own, the frames made go to `next_` while the next
+    // ones are made. A refused frame stops the conversion at its next frame.
+    void WriteFrames()
+    {
+        while (const std::vector<uint8_t>* planes = written_.Take()) {
+            const bool written = next_.Frame(planes->data());
+            written_.Done();
+            if (!written) {
+                writeFailed_ = true;
+                written_.Stop();
+            }
+        }
+    }
+
+    void EndWriting()
+    {
+        written_.Finish();
+        if (writing_.joinable())
+            writing_.join();
+    }
+
     // The input's field order: --field-order, else the header's.
     bool orderOf(char tag, FieldRateSettings& settings) const
     {
@@ -79,8 +121,12 @@ private:
     NtscRate rate_;
     std::string name_;
     int width_ = 0, lines_ = 0;
-    std::vector<uint8_t> pal_, planes_;
+    std::vector<uint8_t> pal_;
+    size_t frameBytes_ = 0;
     std::unique_ptr<FieldRateConverter> converter_;
+    FrameQueue written_{kWriteBehind};
+    bool writeFailed_ = false;  // the writing thread's until it ends
+    std::thread writing_;
 };
 
 }  // namespace

@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "tool/vclip/commands.h"
+#include "tool/vclip/frameQueue.h"
 #include "tool/vclip/messages.h"
 
 namespace {
@@ -188,6 +190,45 @@ bool Y4mStreamReader::Pump(Y4mSink& sink)
             return false;
         }
     }
+}
+
+bool Y4mStreamReader::PumpAhead(Y4mSink& sink, int ahead)
+{
+    if (!sink.Begin(header_))
+        return false;
+    FrameQueue queue(ahead);
+    Next last = Next::Frame;
+    std::thread reading([&] {
+        while (std::vector<uint8_t>* planes = queue.Fill()) {
+            last = ReadFrame(*planes);
+            if (last != Next::Frame)
+                break;
+            queue.Filled();
+        }
+        queue.Finish();
+    });
+    // Stops the reading when the sink refuses a frame, and waits for it.
+    struct Joined {
+        FrameQueue& queue;
+        std::thread& thread;
+        ~Joined()
+        {
+            queue.Stop();
+            thread.join();
+        }
+    };
+    bool taken = true;
+    {
+        const Joined joined{queue, reading};
+        while (taken) {
+            const std::vector<uint8_t>* planes = queue.Take();
+            if (!planes)
+                break;
+            taken = sink.Frame(planes->data());
+            queue.Done();
+        }
+    }
+    return taken && last == Next::End && sink.End();
 }
 
 bool Y4mStreamWriter::Begin(const Y4mHeader& header)

@@ -60,6 +60,9 @@ public:
 
     // Hands the header and every frame to `sink`, then ends it.
     bool Pump(Y4mSink& sink);
+    // The same, the frames read on a thread of their own up to `ahead`
+    // frames before the sink takes them (a sink that works long on each).
+    bool PumpAhead(Y4mSink& sink, int ahead);
 
     int64_t FramesRead() const { return frames_; }
 
