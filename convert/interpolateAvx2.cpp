@@ -1,5 +1,6 @@
-// Interpolation kernels, AVX2: the sampling passes 16 columns or samples a
-// step, in whole steps (past the end as the table allows).
+// Interpolation kernels, AVX2: the vertical sampling pass, 16 columns a step
+// in whole steps (past the end as the table allows). The horizontal pass
+// works on runs too short for wider steps to pay: it stays SSE2.
 #include <immintrin.h>
 
 #include "convert/interpolateKernels.h"
@@ -22,32 +23,6 @@ void avx2Columns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int
     }
 }
 
-inline __m256i load(const int16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-
-// The unpacks and packs work within each 128-bit half, so the samples come
-// out in order: 0 to 7 in the low half, 8 to 15 in the high one.
-void avx2Rows(const int16_t* column, const int* taps, int count, uint8_t* out)
-{
-    const __m256i t01 = _mm256_set1_epi32(tapPair(taps)), t23 = _mm256_set1_epi32(tapPair(taps + 2)),
-                  round = _mm256_set1_epi32(2048);
-    for (int i = 0; i < count; i += 16) {
-        const __m256i a = load(column + i), b = load(column + i + 1);
-        const __m256i c = load(column + i + 2), d = load(column + i + 3);
-        const __m256i low = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), t01),
-                                             _mm256_madd_epi16(_mm256_unpacklo_epi16(c, d), t23));
-        const __m256i high = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), t01),
-                                              _mm256_madd_epi16(_mm256_unpackhi_epi16(c, d), t23));
-        const __m256i words = _mm256_packs_epi32(_mm256_srai_epi32(_mm256_add_epi32(low, round), 12),
-                                                 _mm256_srai_epi32(_mm256_add_epi32(high, round), 12));
-        const __m128i bytes = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), bytes);
-    }
-}
-
 }  // namespace
 
-void addAvx2Interpolate(InterpolateKernels& table)
-{
-    table.columns = &avx2Columns;
-    table.rows = &avx2Rows;
-}
+void addAvx2Interpolate(InterpolateKernels& table) { table.columns = &avx2Columns; }
