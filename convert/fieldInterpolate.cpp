@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "convert/interpolateKernels.h"
+#include "convert/fieldRateKernels.h"
 #include "convert/motionKernels.h"
 
 namespace {
@@ -79,7 +79,7 @@ const Taps taps;
 // Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths into
 // out (and up to samplingOverrun past x1): the columns a vertical pass
 // leaves in `column`, then a horizontal one.
-void sampleRun(const InterpolateKernels& kernels, const Plane& plane, int y, int x0, int x1, int fromX, int fromY,
+void sampleRun(const FieldRateKernels& kernels, const Plane& plane, int y, int x0, int x1, int fromX, int fromY,
                int16_t* column, uint8_t* out)
 {
     const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits) + x0;
@@ -126,8 +126,8 @@ struct Scratch {
 
 // Samples [x0, x1) of line y of the plane pair along one vector whose ends
 // are e (64ths).
-void sampleRuns(const InterpolateKernels& kernels, const Plane& pa, const Plane& pb, int y, int x0, int x1,
-                const Ends& e, Scratch& scratch, LinePair& line)
+void sampleRuns(const FieldRateKernels& kernels, const Plane& pa, const Plane& pb, int y, int x0, int x1, const Ends& e,
+                Scratch& scratch, LinePair& line)
 {
     sampleRun(kernels, pa, y, x0, x1, e.fromX, e.fromY, scratch.column.data(), line.p.data());
     sampleRun(kernels, pb, y, x0, x1, e.toX, e.toY, scratch.column.data(), line.q.data());
@@ -204,14 +204,23 @@ void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& 
     const int row = y / blockSize;
     const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
     runs.clear();
+    // The block row's vectors and the one above or below it (itself at the
+    // picture's edge).
+    const MotionVector* vectors = &chosen.at(0, row);
+    const MotionVector* aside = &chosen.at(0, row + sideY);
     for (int column = 0; column * blockSize < count; ++column) {
-        const MotionVector own = chosen.at(column, row), above = chosen.at(column, row + sideY);
+        const MotionVector own = vectors[column], above = aside[column];
+        const MotionVector left = vectors[column > 0 ? column - 1 : 0];
+        const MotionVector right = vectors[column + 1 < chosen.columns ? column + 1 : column];
         const int x0 = column * blockSize, middle = x0 + blockSize / 2;
+        if (left == own && right == own && above == own) {  // most blocks: one vector all along
+            extend(runs, x0, own);
+            continue;
+        }
         const int end = x0 + blockSize < count ? x0 + blockSize : count;
-        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {own, chosen.at(column - 1, row), above},
-                      runs);
+        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {own, left, above}, runs);
         if (middle < end)
-            halfBlockRuns(a, b, at, y, middle, end, count, {own, chosen.at(column + 1, row), above}, runs);
+            halfBlockRuns(a, b, at, y, middle, end, count, {own, right, above}, runs);
     }
     runs.push_back({count, {}});
 }
@@ -252,7 +261,7 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
 void interpolateLines(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Fraction at,
                       uint8_t* frame, int width, int parity, int from, int to)
 {
-    const InterpolateKernels& kernels = interpolateKernels();
+    const FieldRateKernels& kernels = fieldRateKernels();
     const int words = width >> 1;
     const int weight = weightOf(at);
     const Share share = shareOf(at);
