@@ -2,13 +2,14 @@
 
 #include <cstdlib>
 
+#include "convert/fieldRateKernels.h"
 #include "convert/motionKernels.h"
 
 namespace {
 
 // A little cost per pixel of length, so that flat areas keep no motion.
 constexpr unsigned lengthCost = 2;
-constexpr int coarseRangeX = 6;  // quarter pixels
+constexpr int coarseRangeX = 6;  // quarter pixels; 2 * 6 + 1 within a row of 16 differences
 constexpr int coarseRangeY = 3;
 
 unsigned lengthPenalty(MotionVector v) { return lengthCost * unsigned(std::abs(v.x) + std::abs(v.y)) / 2; }
@@ -79,6 +80,7 @@ void shapeMotion(MotionField& coarse, MotionField& fine, int width, int height)
 
 void searchCoarse(const FieldPicture& a, const FieldPicture& b, MotionField& coarse, int from, int to)
 {
+    const FieldRateKernels& kernels = fieldRateKernels();
     const Plane& qa = a.quarter;
     const Plane& qb = b.quarter;
     for (int row = from; row < to; ++row)
@@ -86,13 +88,16 @@ void searchCoarse(const FieldPicture& a, const FieldPicture& b, MotionField& coa
             // An 8 x 8 window of quarter pixels centred on the 4 x 4 area.
             const int x = column * 4 - 2, y = row * 4 - 2;
             Best best{{}, ~0u, 0};
-            for (int vy = -coarseRangeY; vy <= coarseRangeY; ++vy)
+            for (int vy = -coarseRangeY; vy <= coarseRangeY; ++vy) {
+                unsigned across[16];
+                kernels.sadAcross(qa.row(y) + x, qa.stride, qb.row(y + vy) + x - coarseRangeX, qb.stride, across);
                 for (int vx = -coarseRangeX; vx <= coarseRangeX; ++vx) {
-                    const unsigned difference = sad8x8(qa.row(y) + x, qa.stride, qb.row(y + vy) + x + vx, qb.stride);
+                    const unsigned difference = across[vx + coarseRangeX];
                     const unsigned cost = difference + 4 * lengthCost * unsigned(std::abs(vx) + std::abs(vy));
                     if (cost < best.cost)
                         best = {{8 * vx, 8 * vy}, cost, difference};
                 }
+            }
             const std::size_t at = static_cast<std::size_t>(row * coarse.columns + column);
             coarse.vectors[at] = best.v;
             coarse.costs[at] = best.difference;

@@ -1,7 +1,7 @@
 // The field-rate converter: still pictures pass exactly, pans come out where
 // they belong at each output instant, cuts are never blended, and the bytes
-// do not depend on the run or the number of threads. Its motion and
-// interpolation kernels against their plain versions.
+// do not depend on the run or the number of threads. Its kernels against
+// their plain versions.
 #include <cmath>
 #include <cstdint>
 #include <algorithm>
@@ -13,7 +13,7 @@
 
 #include "convert/Convert.h"
 #include "convert/fieldRate.h"
-#include "convert/interpolateKernels.h"
+#include "convert/fieldRateKernels.h"
 #include "convert/motionKernels.h"
 
 namespace {
@@ -206,19 +206,19 @@ TEST(MotionKernels, VectorVersionsMatchThePlainOnes)
     }
 }
 
-// Every path's interpolation kernels give the plain ones' bytes, for any
+// Every path's field-rate kernels give the plain ones' results, for any
 // length (short runs and line tails), taps and weight; only [0, count) counts.
-TEST(InterpolateKernels, VectorVersionsMatchThePlainOnes)
+TEST(FieldRateKernels, VectorVersionsMatchThePlainOnes)
 {
     std::mt19937 rng(9);
-    const InterpolateKernels& plain = interpolateKernels(KernelPath::reference);
+    const FieldRateKernels& plain = fieldRateKernels(KernelPath::reference);
     std::vector<uint8_t> plane(64 * 8 + 2 * samplingOverrun);
     std::vector<int16_t> column(64 + 2 * samplingOverrun);
     std::vector<uint8_t> p(64 + samplingOverrun), q(64 + samplingOverrun), expected(256), got(256);
     for (int path = 1; path < kernelPathCount; ++path) {
         if (!kernelPathAvailable(static_cast<KernelPath>(path)))
             continue;
-        const InterpolateKernels& vector = interpolateKernels(static_cast<KernelPath>(path));
+        const FieldRateKernels& vector = fieldRateKernels(static_cast<KernelPath>(path));
         for (int round = 0; round < 300; ++round) {
             for (auto& v : plane)
                 v = static_cast<uint8_t>(round % 3 == 0 ? (rng() & 1) * 255 : rng());
@@ -228,6 +228,11 @@ TEST(InterpolateKernels, VectorVersionsMatchThePlainOnes)
             const int inner2 = static_cast<int>(rng() % 65);
             const int taps[4] = {outer0, 64 - outer0 - outer3 - inner2, inner2, outer3};
             const uint8_t* top = plane.data() + rng() % 8;
+            const uint8_t* across = top + 24 + rng() % 8;
+            unsigned plainSums[16], sums[16];
+            plain.sadAcross(top, 40, across, 40, plainSums);
+            vector.sadAcross(top, 40, across, 40, sums);
+            ASSERT_TRUE(std::equal(plainSums, plainSums + 16, sums)) << path;
             plain.columns(top, 64, taps, count + 3, column.data());
             const std::vector<int16_t> plainColumn(column.begin(), column.begin() + count + 3);
             vector.columns(top, 64, taps, count + 3, column.data());

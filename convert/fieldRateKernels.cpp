@@ -1,6 +1,14 @@
-#include "convert/interpolateKernels.h"
+#include "convert/fieldRateKernels.h"
+
+#include "convert/motionKernels.h"
 
 namespace {
+
+void plainSadAcross(const uint8_t* a, std::ptrdiff_t strideA, const uint8_t* b, std::ptrdiff_t strideB, unsigned* sums)
+{
+    for (int i = 0; i < 16; ++i)
+        sums[i] = sad8x8Plain(a, strideA, b + i, strideB);
+}
 
 void plainColumns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int count, int16_t* column)
 {
@@ -39,13 +47,13 @@ void plainPack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int wo
     }
 }
 
-constexpr InterpolateKernels plainKernels{&plainColumns, &plainRows, &plainBlend, &plainPack};
+constexpr FieldRateKernels plainKernels{&plainSadAcross, &plainColumns, &plainRows, &plainBlend, &plainPack};
 
 // Every path's table, made once: the plain kernels, with each vector path's
 // own in place of them. Every x86 path has the kernels of the x86 paths
 // before it.
 struct PathTables {
-    InterpolateKernels byPath[kernelPathCount];
+    FieldRateKernels byPath[kernelPathCount];
 
     PathTables()
     {
@@ -55,9 +63,9 @@ struct PathTables {
             const auto path = static_cast<KernelPath>(p);
             if (path == KernelPath::reference || path == KernelPath::neon)
                 continue;
-            addSse2Interpolate(byPath[p]);
+            addSse2FieldRate(byPath[p]);
             if (path != KernelPath::sse2)
-                addAvx2Interpolate(byPath[p]);
+                addAvx2FieldRate(byPath[p]);
 #endif
         }
     }
@@ -71,6 +79,6 @@ const PathTables& tables()
 
 }  // namespace
 
-const InterpolateKernels& interpolateKernels() { return interpolateKernels(kernelPath()); }
+const FieldRateKernels& fieldRateKernels() { return fieldRateKernels(kernelPath()); }
 
-const InterpolateKernels& interpolateKernels(KernelPath path) { return tables().byPath[static_cast<int>(path)]; }
+const FieldRateKernels& fieldRateKernels(KernelPath path) { return tables().byPath[static_cast<int>(path)]; }

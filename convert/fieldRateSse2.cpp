@@ -1,11 +1,19 @@
-// Interpolation kernels, SSE2: the sampling passes 16 columns or 8 samples a
+// Field-rate kernels, SSE2: the row of block differences one block at a
+// time, the sampling passes 16 columns or 8 samples a
 // step (in whole steps, past the end as the table allows), the blend 16 bytes
 // and the packing 8 words a step with the plain rule for the line's last ones.
 #include <emmintrin.h>
 
-#include "convert/interpolateKernels.h"
+#include "convert/fieldRateKernels.h"
+#include "convert/motionKernels.h"
 
 namespace {
+
+void sse2SadAcross(const uint8_t* a, std::ptrdiff_t strideA, const uint8_t* b, std::ptrdiff_t strideB, unsigned* sums)
+{
+    for (int i = 0; i < 16; ++i)
+        sums[i] = sad8x8(a, strideA, b + i, strideB);
+}
 
 inline __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
@@ -69,7 +77,7 @@ void sse2Blend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_
                                                mix(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero)));
         store(out + i, _mm_or_si128(_mm_and_si128(close, blend), _mm_andnot_si128(close, load(nearer + i))));
     }
-    interpolateKernels(KernelPath::reference).blend(p + i, q + i, count - i, weight, out + i);
+    fieldRateKernels(KernelPath::reference).blend(p + i, q + i, count - i, weight, out + i);
 }
 
 void sse2Pack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out)
@@ -82,13 +90,14 @@ void sse2Pack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int wor
         store(out + 4 * i, _mm_unpacklo_epi8(chroma, y));
         store(out + 4 * i + 16, _mm_unpackhi_epi8(chroma, y));
     }
-    interpolateKernels(KernelPath::reference).pack(luma + 2 * i, cb + i, cr + i, words - i, out + 4 * i);
+    fieldRateKernels(KernelPath::reference).pack(luma + 2 * i, cb + i, cr + i, words - i, out + 4 * i);
 }
 
 }  // namespace
 
-void addSse2Interpolate(InterpolateKernels& table)
+void addSse2FieldRate(FieldRateKernels& table)
 {
+    table.sadAcross = &sse2SadAcross;
     table.columns = &sse2Columns;
     table.rows = &sse2Rows;
     table.blend = &sse2Blend;

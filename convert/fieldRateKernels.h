@@ -1,8 +1,10 @@
-// The kernels of motion-compensated interpolation (convert/fieldInterpolate.h),
-// one table per path (util/cpuFeatures.h): cubic sampling in two passes, the
-// blend of the two fields' samples and the packing of a line into YUV 4:2:2
-// words. The reference table holds the plain kernels; the vector paths put in
-// theirs, and the tests compare each with the plain one on random data.
+// The field-rate converter's kernels that have versions by path
+// (util/cpuFeatures.h), one table per path: the coarse motion search's row of
+// block differences, and for motion-compensated interpolation
+// (convert/fieldInterpolate.h) cubic sampling in two passes, the blend of the
+// two fields' samples and the packing of a line into YUV 4:2:2 words. The
+// reference table holds the plain kernels; the vector paths put in theirs,
+// and the tests compare each with the plain one on random data.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +21,11 @@ constexpr int interpolateDisagreement = 40;
 // far past `count`; callers leave that room after their lines.
 constexpr int samplingOverrun = 32;
 
-struct InterpolateKernels {
+struct FieldRateKernels {
+    // sums[i] = the sum of absolute differences of the 8 x 8 blocks at a and
+    // at b + i, for i 0 to 15.
+    void (*sadAcross)(const uint8_t* a, std::ptrdiff_t strideA, const uint8_t* b, std::ptrdiff_t strideB,
+                      unsigned* sums);
     // Vertical pass: column[i] = sum of taps[k] * top[i + k * stride], k 0 to
     // 3, for i in [0, count). The taps (summing to 64, the positive ones to
     // at most 128) keep every column within 16 bits.
@@ -43,9 +49,9 @@ inline int32_t tapPair(const int* taps)
 }
 
 // The table of the path in use, and of any available path (for the tests).
-const InterpolateKernels& interpolateKernels();
-const InterpolateKernels& interpolateKernels(KernelPath path);
+const FieldRateKernels& fieldRateKernels();
+const FieldRateKernels& fieldRateKernels(KernelPath path);
 
 // Only the files of the machine built for are compiled.
-void addSse2Interpolate(InterpolateKernels& table);
-void addAvx2Interpolate(InterpolateKernels& table);
+void addSse2FieldRate(FieldRateKernels& table);
+void addAvx2FieldRate(FieldRateKernels& table);
