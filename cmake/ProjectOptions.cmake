@@ -37,19 +37,31 @@ check_cxx_source_compiles("#if !defined(__x86_64__) && !defined(__i386__)\n#erro
   PAL2NTSC_TARGET_X86)
 check_cxx_source_compiles("#if !defined(__aarch64__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__\n#error\n#endif\nint main() { return 0; }"
   PAL2NTSC_TARGET_NEON)
+# The AVX-512 kernels (F, BW and VL), on x86 when the compiler takes the flags.
+set(PAL2NTSC_AVX512_FLAGS -mavx512f -mavx512bw -mavx512vl)
+if(PAL2NTSC_TARGET_X86)
+  include(CheckCXXCompilerFlag)
+  string(REPLACE ";" " " avx512Flags "${PAL2NTSC_AVX512_FLAGS}")
+  check_cxx_compiler_flag("${avx512Flags}" PAL2NTSC_AVX512_KERNELS)
+endif()
 
-# pal2ntsc_vector_kernels(<target> SSE2 <files> AVX2 <files> NEON <files>):
-# adds the vector kernel files of the machine built for to <target>, each
-# compiled for its own instruction set and nothing else, and tells the
-# target's code which ones it has (PAL2NTSC_X86_KERNELS, PAL2NTSC_NEON_KERNELS);
+# pal2ntsc_vector_kernels(<target> SSE2 <files> AVX2 <files> AVX512 <files>
+# NEON <files>): adds the vector kernel files of the machine built for to
+# <target>, each compiled for its own instruction set and nothing else, and
+# tells the target's code which ones it has (PAL2NTSC_X86_KERNELS,
+# PAL2NTSC_NEON_KERNELS; PAL2NTSC_AVX512_KERNELS comes with pal_util);
 # the CPU is asked at run time which one to use. NEON is part of every
 # AArch64 processor and needs no flag.
 function(pal2ntsc_vector_kernels target)
-  cmake_parse_arguments(ARG "" "" "SSE2;AVX2;NEON" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SSE2;AVX2;AVX512;NEON" ${ARGN})
   if(PAL2NTSC_TARGET_X86)
     set_source_files_properties(${ARG_SSE2} PROPERTIES COMPILE_OPTIONS "-msse2")
     set_source_files_properties(${ARG_AVX2} PROPERTIES COMPILE_OPTIONS "-mavx2")
     target_sources(${target} PRIVATE ${ARG_SSE2} ${ARG_AVX2})
+    if(PAL2NTSC_AVX512_KERNELS)
+      set_source_files_properties(${ARG_AVX512} PROPERTIES COMPILE_OPTIONS "${PAL2NTSC_AVX512_FLAGS}")
+      target_sources(${target} PRIVATE ${ARG_AVX512})
+    endif()
     target_compile_definitions(${target} PRIVATE PAL2NTSC_X86_KERNELS)
   elseif(PAL2NTSC_TARGET_NEON)
     target_sources(${target} PRIVATE ${ARG_NEON})

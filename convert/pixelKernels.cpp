@@ -46,6 +46,10 @@ struct PathTables {
         addAvx2MixLine(byPath[static_cast<int>(KernelPath::avx2)]);
         addAvx2Reducers(byPath[static_cast<int>(KernelPath::avx2)]);
 #endif
+#if defined(PAL2NTSC_X86_KERNELS) && defined(PAL2NTSC_AVX512_KERNELS)
+        addAvx512MixLine(byPath[static_cast<int>(KernelPath::avx512)]);
+        addAvx512Reducers(byPath[static_cast<int>(KernelPath::avx512)]);
+#endif
 #if defined(PAL2NTSC_NEON_KERNELS)
         addNeonMixLine(byPath[static_cast<int>(KernelPath::neon)]);
         addNeonReducers(byPath[static_cast<int>(KernelPath::neon)]);

@@ -47,12 +47,14 @@ void addSse2MixLine(PixelKernels& table);
 void addSse2Reducers(PixelKernels& table);
 void addAvx2MixLine(PixelKernels& table);
 void addAvx2Reducers(PixelKernels& table);
+void addAvx512MixLine(PixelKernels& table);
+void addAvx512Reducers(PixelKernels& table);
 void addNeonMixLine(PixelKernels& table);
 void addNeonReducers(PixelKernels& table);
 
 // For the kernel files: the vector steps along a line of `count` units
 // (words or pixels). Wide::units at a time while a whole step fits, then
-// one Narrow step if one still fits; run(Step{}, i) makes the step that
+// Narrow steps while one still fits; run(Step{}, i) makes the step that
 // starts at unit i. Gives the units done, for the plain rule to finish the
 // line, so that nothing past it is read or written.
 template <class Wide, class Narrow, class Run>
@@ -61,9 +63,8 @@ inline int vectorSteps(int count, Run run)
     int i = 0;
     for (; i + Wide::units <= count; i += Wide::units)
         run(Wide{}, i);
-    if (Narrow::units < Wide::units && i + Narrow::units <= count) {
-        run(Narrow{}, i);
-        i += Narrow::units;
-    }
+    if constexpr (Narrow::units < Wide::units)
+        for (; i + Narrow::units <= count; i += Narrow::units)
+            run(Narrow{}, i);
     return i;
 }

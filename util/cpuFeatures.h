@@ -5,11 +5,12 @@
 #pragma once
 
 // In order of preference. A machine has the reference path and the vector
-// paths of its own family (x86: SSE2, AVX2; AArch64: NEON); an x86 path
-// also has everything of the x86 paths before it.
-enum class KernelPath { reference, sse2, avx2, neon };
+// paths of its own family (x86: SSE2, AVX2, AVX-512; AArch64: NEON); an x86
+// path also has everything of the x86 paths before it. AVX-512 here means
+// the F, BW and VL subsets, with the operating system saving the registers.
+enum class KernelPath { reference, sse2, avx2, avx512, neon };
 
-constexpr int kernelPathCount = 4;
+constexpr int kernelPathCount = 5;
 
 // Best path this build and this CPU support (computed once).
 KernelPath bestKernelPath();
@@ -20,7 +21,7 @@ bool kernelPathAvailable(KernelPath path);
 // Path the kernels use now: the best one, unless limited below.
 KernelPath kernelPath();
 
-// "reference", "sse2", "avx2" or "neon".
+// "reference", "sse2", "avx2", "avx512" or "neon".
 const char* kernelPathName(KernelPath path);
 const char* activeKernelPath();
 

@@ -16,7 +16,13 @@ TEST(KernelSelection, BestPathMatchesTheCpu)
 {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_cpu_init();
-    EXPECT_EQ(bestKernelPath(), __builtin_cpu_supports("avx2")   ? KernelPath::avx2
+    bool avx512 = false;
+#if defined(PAL2NTSC_AVX512_KERNELS)
+    avx512 = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx2");
+#endif
+    EXPECT_EQ(bestKernelPath(), avx512                           ? KernelPath::avx512
+                                : __builtin_cpu_supports("avx2") ? KernelPath::avx2
                                 : __builtin_cpu_supports("sse2") ? KernelPath::sse2
                                                                  : KernelPath::reference);
 #elif defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
@@ -220,18 +226,18 @@ TEST_P(KernelPaths, BlockSlotsOfAnySize)
     }
 }
 
-// Every kernel-path test of the suite, from all its files, on the paths of
-// this machine's family; one the CPU lacks is skipped.
-const KernelPath familyPaths[] = {
-    KernelPath::reference,
-#if defined(__x86_64__) || defined(__i386__)
-    KernelPath::sse2,
-    KernelPath::avx2,
-#elif defined(__aarch64__)
-    KernelPath::neon,
-#endif
-};
-INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::ValuesIn(familyPaths),
+// Every kernel-path test of the suite, from all its files, on every path
+// this build and this CPU have (BestPathMatchesTheCpu checks that none is
+// missing at the top).
+std::vector<KernelPath> familyPaths()
+{
+    std::vector<KernelPath> paths;
+    for (int p = 0; p < kernelPathCount; ++p)
+        if (kernelPathAvailable(static_cast<KernelPath>(p)))
+            paths.push_back(static_cast<KernelPath>(p));
+    return paths;
+}
+INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::ValuesIn(familyPaths()),
                          [](const auto& path) { return std::string(kernelPathName(path.param)); });
 
 // Two frames a block, each slot longer than its picture: every slot must
