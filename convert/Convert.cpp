@@ -8,7 +8,7 @@
 namespace {
 
 // How far ahead of the lines in use the input is requested from memory.
-constexpr int prefetchLines = 8;
+constexpr int prefetchLines = 4;
 
 // Where an output line comes from: input line a with weight 256 - w, and
 // the next line of its field (or frame) with weight w (0 to 256).
@@ -72,8 +72,14 @@ private:
 // lines ahead of the furthest line used keeps the loads from memory running
 // ahead of the kernels. Every input line is requested once. Measured on 250
 // cold 720 x 576 frames (load near 1, variants taking turns), 8 lines ahead
-// made streamed lines about 49 us a frame against 54 without the requests,
-// and the distance mattered little from 4 to 32 lines.
+// made streamed lines about 49 us a frame against 54 without the requests.
+// With the AVX-512 kernels the distance matters (load 1.5 to 2.5, variants
+// taking turns in one process, medians of 15): 4 lines ahead made streamed
+// lines 45 to 46 us a frame against 48 to 52 for 8, and frames with the
+// quarter reduction 68 against 73; 1 line (58) and 16 to 60 lines (58 to
+// 62) were slower, and so were requests into the second-level cache only.
+// Requesting the next frame's first lines while the last ones are made, and
+// the next band's lines while a band is reduced, changed nothing.
 class InputPrefetch {
 public:
     InputPrefetch(const uint32_t* source, std::size_t stride, int lines)

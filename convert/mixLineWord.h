@@ -101,7 +101,10 @@ int wordsBeforeAlignment(const void* out, int words)
 // The same line written with streaming stores (see PixelKernels): the
 // words up to the first aligned address by the plain rule, whole Wide steps
 // streamed, the rest as vectorMixLine makes it. The weight-0 copy streams
-// the second line blended with itself, which is that line.
+// the second line blended with itself, which is that line. With 64-byte
+// steps, every other 1440-byte line starts half-way into a cache line; also
+// streaming those halves with the 32-byte step, so that no cache line is
+// written partly by plain stores, was slower (55 against 46 us a frame).
 template <class Wide, class Narrow, int K>
 void streamedMixLine(uint32_t* first, uint32_t* second, uint32_t* out, int words)
 {
