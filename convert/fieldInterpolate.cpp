@@ -245,7 +245,11 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
             MotionVector best = candidates[4];
             unsigned bestCost = candidateCost(a, b, x, y, best, share);
             for (int i = 0; i < count; ++i) {
-                if (candidates[i] == best)
+                // A vector met before cannot be better than the best now.
+                int j = 0;
+                while (j < i && candidates[j] != candidates[i])
+                    ++j;
+                if (j < i || candidates[i] == best)
                     continue;
                 const unsigned cost = candidateCost(a, b, x, y, candidates[i], share);
                 if (cost < bestCost) {

@@ -50,6 +50,20 @@ void consider(const Plane& a, const Plane& b, int x, int y, MotionVector v, Best
         best = {v, cost, difference};
 }
 
+// Each of the vectors in turn, those met before left out: a vector looked at
+// again cannot be better than the best a second time.
+void considerOnce(const Plane& a, const Plane& b, int x, int y, MotionVector* vectors, int count, Best& best)
+{
+    for (int i = 0; i < count; ++i) {
+        vectors[i] = clampVector(vectors[i]);
+        int j = 0;
+        while (j < i && vectors[j] != vectors[i])
+            ++j;
+        if (j == i)
+            consider(a, b, x, y, vectors[i], best);
+    }
+}
+
 // Steps of `step` half pixels around the best until none is better.
 void refine(const Plane& a, const Plane& b, int x, int y, int step, int rounds, Best& best)
 {
@@ -110,22 +124,22 @@ void searchFine(const FieldPicture& a, const FieldPicture& b, const MotionField&
     for (int row = from; row < to; ++row)
         for (int column = 0; column < fine.columns; ++column) {
             const int x = column * blockSize, y = row * blockSize;
-            Best best{{}, ~0u, 0};
-            consider(a.luma, b.luma, x, y, {}, best);
             const int cx = column / 2, cy = row / 2;
-            // The area's neighbours on the block's side first.
+            // No motion, then the area's neighbours on the block's side.
             const int sx = column & 1 ? 1 : -1, sy = row & 1 ? 1 : -1;
-            for (const MotionVector& v :
-                 {coarse.at(cx, cy), coarse.at(cx + sx, cy), coarse.at(cx, cy + sy), coarse.at(cx + sx, cy + sy)})
-                consider(a.luma, b.luma, x, y, v, best);
+            MotionVector starts[7] = {
+                {}, coarse.at(cx, cy), coarse.at(cx + sx, cy), coarse.at(cx, cy + sy), coarse.at(cx + sx, cy + sy)};
+            int count = 5;
             if (previous) {
                 const MotionVector& p = previous->at(column, row);
-                consider(a.luma, b.luma, x, y, {p.x & ~1, p.y & ~1}, best);
+                starts[count++] = {p.x & ~1, p.y & ~1};
             }
             if (column > 0) {
                 const MotionVector& left = fine.at(column - 1, row);
-                consider(a.luma, b.luma, x, y, {left.x & ~1, left.y & ~1}, best);
+                starts[count++] = {left.x & ~1, left.y & ~1};
             }
+            Best best{{}, ~0u, 0};
+            considerOnce(a.luma, b.luma, x, y, starts, count, best);
             refine(a.luma, b.luma, x, y, 2, 3, best);
             refine(a.luma, b.luma, x, y, 1, 1, best);
             const std::size_t at = static_cast<std::size_t>(row * fine.columns + column);
