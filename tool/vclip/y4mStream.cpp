@@ -49,21 +49,24 @@ bool Y4mStreamReader::Fill()
         end_ -= begin_;
         begin_ = 0;
     }
+    const size_t got = ReadSome(buffer_.data() + end_, buffer_.size() - end_);
+    end_ += got;
+    return got > 0;
+}
+
+size_t Y4mStreamReader::ReadSome(uint8_t* to, size_t room)
+{
     for (;;) {
-        const ssize_t r = read(fd_, buffer_.data() + end_, buffer_.size() - end_);
-        if (r > 0) {
-            end_ += static_cast<size_t>(r);
-            return true;
-        }
-        if (r == 0)
-            return false;
+        const ssize_t r = read(fd_, to, room);
+        if (r >= 0)
+            return static_cast<size_t>(r);
         if (errno == EAGAIN || errno == EWOULDBLOCK) {
             // A descriptor left non-blocking by whoever made it: wait.
             pollfd wait{fd_, POLLIN, 0};
             poll(&wait, 1, -1);
         } else if (errno != EINTR) {
             readError_ = errno;
-            return false;
+            return 0;
         }
     }
 }
@@ -93,6 +96,15 @@ int64_t Y4mStreamReader::ReadBytes(uint8_t* data, int64_t bytes)
 {
     int64_t done = 0;
     while (done < bytes) {
+        // What the read-ahead does not hold goes straight to its place
+        // when there is more of it than the read-ahead takes.
+        if (begin_ == end_ && bytes - done >= static_cast<int64_t>(buffer_.size())) {
+            const size_t got = ReadSome(data + done, static_cast<size_t>(bytes - done));
+            if (got == 0)
+                break;
+            done += static_cast<int64_t>(got);
+            continue;
+        }
         if (begin_ == end_ && !Fill())
             break;
         const size_t take = static_cast<size_t>(std::min<int64_t>(bytes - done, static_cast<int64_t>(end_ - begin_)));

@@ -71,6 +71,9 @@ private:
     Line ReadLine(std::string& line);
     int64_t ReadBytes(uint8_t* data, int64_t bytes);
     bool Fill();
+    // Up to `room` bytes from the descriptor into `to`: 0 at the end or
+    // after an error (readError_).
+    size_t ReadSome(uint8_t* to, size_t room);
     bool FrameError(const std::string& what);
 
     int fd_;
