@@ -44,6 +44,9 @@ struct Best {
 void consider(const Plane& a, const Plane& b, int x, int y, MotionVector v, Best& best)
 {
     v = clampVector(v);
+    // Its length alone may already cost as much as the best.
+    if (lengthPenalty(v) >= best.cost)
+        return;
     const unsigned difference = blockDifference(a, b, x, y, v);
     const unsigned cost = difference + lengthPenalty(v);
     if (cost < best.cost)
@@ -64,17 +67,25 @@ void considerOnce(const Plane& a, const Plane& b, int x, int y, MotionVector* ve
     }
 }
 
-// Steps of `step` half pixels around the best until none is better.
+// Steps of `step` half pixels around the best until none is better. A
+// perfect match cannot be beaten; after a move, the places the last round
+// looked at around the old centre are not looked at again (none was better
+// than the old best, so none beats the new one).
 void refine(const Plane& a, const Plane& b, int x, int y, int step, int rounds, Best& best)
 {
-    for (int round = 0; round < rounds; ++round) {
+    MotionVector last{1 << 20, 0};  // no round yet
+    for (int round = 0; round < rounds && best.cost; ++round) {
         const MotionVector centre = best.v;
         for (int dy = -step; dy <= step; dy += step)
-            for (int dx = -step; dx <= step; dx += step)
-                if (dx || dy)
-                    consider(a, b, x, y, {centre.x + dx, centre.y + dy}, best);
+            for (int dx = -step; dx <= step; dx += step) {
+                const MotionVector v{centre.x + dx, centre.y + dy};
+                const bool seen = std::abs(v.x - last.x) <= step && std::abs(v.y - last.y) <= step;
+                if ((dx || dy) && !seen)
+                    consider(a, b, x, y, v, best);
+            }
         if (best.v == centre)
             break;
+        last = centre;
     }
 }
 
