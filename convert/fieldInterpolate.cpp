@@ -225,6 +225,33 @@ void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& 
     runs.push_back({count, {}});
 }
 
+// The distinct vectors among a block's own (first), its neighbours' and
+// that of the block the own vector comes from, in that order; their number.
+int candidatesOf(const MotionField& searched, Share share, int column, int row, MotionVector (&out)[10])
+{
+    const MotionVector* lines[3] = {&searched.at(0, row - 1), &searched.at(0, row), &searched.at(0, row + 1)};
+    const int columns[3] = {column > 0 ? column - 1 : 0, column, column + 1 < searched.columns ? column + 1 : column};
+    const MotionVector own = lines[1][column];
+    const Ends e = endsOf(own, share, 1, 1);
+    const MotionVector source =
+        searched.at((column * blockSize + e.fromX) / blockSize, (row * blockSize + e.fromY) / blockSize);
+    int count = 0;
+    out[count++] = own;
+    auto add = [&](MotionVector v) {
+        for (int j = 0; j < count; ++j)
+            if (out[j] == v)
+                return;
+        out[count++] = v;
+    };
+    for (const MotionVector* line : lines)
+        for (int c : columns)
+            if (line[c] != own)
+                add(line[c]);
+    if (source != own)
+        add(source);
+    return count;
+}
+
 }  // namespace
 
 void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& searched, Fraction at,
@@ -234,31 +261,23 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
     for (int row = from; row < to; ++row)
         for (int column = 0; column < chosen.columns; ++column) {
             const int x = column * blockSize, y = row * blockSize;
+            // A vector met before cannot be better than the best now; where
+            // all agree there is nothing to compare. The chosen field's
+            // costs stay those of the search.
             MotionVector candidates[10];
-            int count = 0;
-            for (int dy = -1; dy <= 1; ++dy)
-                for (int dx = -1; dx <= 1; ++dx)
-                    candidates[count++] = searched.at(column + dx, row + dy);
-            // The block the own vector comes from.
-            const Ends e = endsOf(candidates[4], share, 1, 1);
-            candidates[count++] = searched.at((x + e.fromX) / blockSize, (y + e.fromY) / blockSize);
-            MotionVector best = candidates[4];
-            unsigned bestCost = candidateCost(a, b, x, y, best, share);
-            for (int i = 0; i < count; ++i) {
-                // A vector met before cannot be better than the best now.
-                int j = 0;
-                while (j < i && candidates[j] != candidates[i])
-                    ++j;
-                if (j < i || candidates[i] == best)
-                    continue;
-                const unsigned cost = candidateCost(a, b, x, y, candidates[i], share);
-                if (cost < bestCost) {
-                    best = candidates[i];
-                    bestCost = cost;
+            const int count = candidatesOf(searched, share, column, row, candidates);
+            MotionVector best = candidates[0];
+            if (count > 1) {
+                unsigned bestCost = candidateCost(a, b, x, y, best, share);
+                for (int i = 1; i < count; ++i) {
+                    const unsigned cost = candidateCost(a, b, x, y, candidates[i], share);
+                    if (cost < bestCost) {
+                        best = candidates[i];
+                        bestCost = cost;
+                    }
                 }
             }
             chosen.vectors[static_cast<std::size_t>(row * chosen.columns + column)] = best;
-            chosen.costs[static_cast<std::size_t>(row * chosen.columns + column)] = bestCost;
         }
 }
 
