@@ -97,6 +97,16 @@ struct Run {
     MotionVector v;
 };
 
+// The blocks of one half of a block row (the lines nearer the row above or
+// the one below), as steps: a run of blocks with one vector all along (most
+// of them) or a block whose neighbours on the lines' side differ from it.
+// The same for every line of the half, so made once for them.
+struct BlockStep {
+    int column;
+    bool mixed;
+    MotionVector own, left, right, above;
+};
+
 // One line of a plane of each field along the runs' vectors, and the blend.
 struct LinePair {
     std::vector<uint8_t> p, q, out;
@@ -108,6 +118,7 @@ struct LinePair {
 struct Scratch {
     std::vector<int16_t> column;
     std::vector<Run> runs;
+    std::vector<BlockStep> steps;
     LinePair luma, cb, cr;
     void size(int samples)
     {
@@ -194,16 +205,9 @@ void halfBlockRuns(const FieldPicture& a, const FieldPicture& b, Share at, int y
     }
 }
 
-// The vector of each luma sample of line y, as runs: its block's, unless a
-// neighbouring block's (on the sample's side) fits the samples around it
-// better, decided for `segment` samples at a time. Ends with a run at the
-// line's end.
-void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Share at, int y, int count,
-               std::vector<Run>& runs)
+void planHalfRow(const MotionField& chosen, int row, int sideY, int count, std::vector<BlockStep>& steps)
 {
-    const int row = y / blockSize;
-    const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
-    runs.clear();
+    steps.clear();
     // The block row's vectors and the one above or below it (itself at the
     // picture's edge).
     const MotionVector* vectors = &chosen.at(0, row);
@@ -212,15 +216,32 @@ void pixelRuns(const FieldPicture& a, const FieldPicture& b, const MotionField& 
         const MotionVector own = vectors[column], above = aside[column];
         const MotionVector left = vectors[column > 0 ? column - 1 : 0];
         const MotionVector right = vectors[column + 1 < chosen.columns ? column + 1 : column];
-        const int x0 = column * blockSize, middle = x0 + blockSize / 2;
-        if (left == own && right == own && above == own) {  // most blocks: one vector all along
-            extend(runs, x0, own);
+        const bool mixed = left != own || right != own || above != own;
+        if (!mixed && !steps.empty() && !steps.back().mixed && steps.back().own == own)
+            continue;
+        steps.push_back({column, mixed, own, left, right, above});
+    }
+}
+
+// The vector of each luma sample of line y, as runs: its block's, unless a
+// neighbouring block's (on the sample's side) fits the samples around it
+// better, decided for `segment` samples at a time. Ends with a run at the
+// line's end.
+void pixelRuns(const FieldPicture& a, const FieldPicture& b, const std::vector<BlockStep>& steps, Share at, int y,
+               int count, std::vector<Run>& runs)
+{
+    runs.clear();
+    for (const BlockStep& step : steps) {
+        const int x0 = step.column * blockSize;
+        if (!step.mixed) {
+            extend(runs, x0, step.own);
             continue;
         }
+        const int middle = x0 + blockSize / 2;
         const int end = x0 + blockSize < count ? x0 + blockSize : count;
-        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {own, left, above}, runs);
+        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {step.own, step.left, step.above}, runs);
         if (middle < end)
-            halfBlockRuns(a, b, at, y, middle, end, count, {own, right, above}, runs);
+            halfBlockRuns(a, b, at, y, middle, end, count, {step.own, step.right, step.above}, runs);
     }
     runs.push_back({count, {}});
 }
@@ -291,7 +312,10 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
     static thread_local Scratch scratch;
     scratch.size(2 * words);
     for (int y = from; y < to; ++y) {
-        pixelRuns(a, b, chosen, share, y, 2 * words, scratch.runs);
+        const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
+        if (y == from || y % (blockSize / 2) == 0)
+            planHalfRow(chosen, y / blockSize, sideY, 2 * words, scratch.steps);
+        pixelRuns(a, b, scratch.steps, share, y, 2 * words, scratch.runs);
         for (std::size_t r = 0; r + 1 < scratch.runs.size(); ++r) {
             const MotionVector v = scratch.runs[r].v;
             const int x0 = scratch.runs[r].from, x1 = scratch.runs[r + 1].from;
