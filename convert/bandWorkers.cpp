@@ -3,7 +3,7 @@
 BandWorkers::BandWorkers(int threads) : threads_(threads < 1 ? 1 : threads)
 {
     for (int i = 1; i < threads_; ++i)
-        helpers_.emplace_back([this, i] { serve(i); });
+        helpers_.emplace_back([this] { serve(); });
 }
 
 BandWorkers::~BandWorkers()
@@ -17,9 +17,12 @@ BandWorkers::~BandWorkers()
         helper.join();
 }
 
-void BandWorkers::share(int index)
+// Bands are taken in turn by whichever thread is free, so that a thread
+// with cheap bands does not wait for one with dear ones.
+void BandWorkers::share()
 {
-    for (int band = index; band < bands_; band += threads_)
+    for (int band = next_.fetch_add(1, std::memory_order_relaxed); band < bands_;
+         band = next_.fetch_add(1, std::memory_order_relaxed))
         (*job_)(band);
 }
 
@@ -34,17 +37,18 @@ void BandWorkers::run(int bands, const std::function<void(int)>& job)
         std::lock_guard<std::mutex> lock(mutex_);
         job_ = &job;
         bands_ = bands;
+        next_.store(0, std::memory_order_relaxed);
         pending_ = threads_ - 1;
         ++generation_;
     }
     start_.notify_all();
-    share(0);
+    share();
     std::unique_lock<std::mutex> lock(mutex_);
     done_.wait(lock, [this] { return pending_ == 0; });
     job_ = nullptr;
 }
 
-void BandWorkers::serve(int index)
+void BandWorkers::serve()
 {
     unsigned seen = 0;
     for (;;) {
@@ -55,7 +59,7 @@ void BandWorkers::serve(int index)
                 return;
             seen = generation_;
         }
-        share(index);
+        share();
         {
             std::lock_guard<std::mutex> lock(mutex_);
             --pending_;

@@ -1,9 +1,11 @@
-// BandWorkers: a fixed set of threads that share out the bands of a job. Band
-// b always goes to thread b % threads, and every band writes only its own
-// part of the result, so the bytes made do not depend on the number of
-// threads or on which thread runs first.
+// BandWorkers: a fixed set of threads that share out the bands of a job, each
+// taking the next band not yet taken. Every band writes only its own part of
+// the result and reads nothing another band of the same job writes, so the
+// bytes made do not depend on the number of threads or on which thread runs
+// which band.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -24,8 +26,8 @@ public:
     int threads() const { return threads_; }
 
 private:
-    void serve(int index);
-    void share(int index);
+    void serve();
+    void share();
 
     int threads_;
     std::vector<std::thread> helpers_;
@@ -34,6 +36,7 @@ private:
     std::condition_variable done_;
     const std::function<void(int)>* job_ = nullptr;
     int bands_ = 0;
+    std::atomic<int> next_{0};
     unsigned generation_ = 0;
     int pending_ = 0;
     bool stopping_ = false;
