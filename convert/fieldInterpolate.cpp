@@ -101,10 +101,20 @@ struct Run {
 // the one below), as steps: a run of blocks with one vector all along (most
 // of them) or a block whose neighbours on the lines' side differ from it.
 // The same for every line of the half, so made once for them.
+struct HalfCandidates {
+    // The block's own vector, then those of its neighbours across and above
+    // (or below) that differ from the ones before, with their ends in whole
+    // pixels.
+    int count;
+    MotionVector v[3];
+    Ends e[3];
+};
+
 struct BlockStep {
     int column;
     bool mixed;
-    MotionVector own, left, right, above;
+    MotionVector own;
+    HalfCandidates halves[2];  // left and right half of the block
 };
 
 // One line of a plane of each field along the runs' vectors, and the blend.
@@ -147,65 +157,61 @@ void sampleRuns(const FieldRateKernels& kernels, const Plane& pa, const Plane& p
 // Luma samples that share one vector where blocks of different motion meet.
 constexpr int segment = 2;
 
-// The two ends of a vector on one luma line: a's line and b's, each moved
-// by its end.
-struct EndLines {
-    const uint8_t* p;
-    const uint8_t* q;
-};
-
-EndLines endLines(const FieldPicture& a, const FieldPicture& b, int y, MotionVector v, Share at)
-{
-    const Ends e = endsOf(v, at, 1, 1);
-    return {a.luma.row(y + e.fromY) + e.fromX, b.luma.row(y + e.toY) + e.toX};
-}
-
-// Disagreement of a vector's ends over luma samples [x0 - 1, x1].
-unsigned segmentDifference(EndLines ends, int x0, int x1)
-{
-    unsigned sum = 0;
-    for (int x = x0 - 1; x <= x1; ++x)
-        sum += unsigned(std::abs(ends.p[x] - ends.q[x]));
-    return sum;
-}
-
 void extend(std::vector<Run>& runs, int from, MotionVector v)
 {
     if (runs.empty() || runs.back().v != v)
         runs.push_back({from, v});
 }
 
-// Luma samples [x0, end) of one half of a block, whose own vector is `own`
-// and whose neighbours on the samples' sides are `across` and `above`: for
-// each segment the first of own, across and above whose ends agree best.
-void halfBlockRuns(const FieldPicture& a, const FieldPicture& b, Share at, int y, int x0, int end, int count,
-                   const MotionVector (&vectors)[3], std::vector<Run>& runs)
+// Luma samples [x0, end) of one half of a block (at most blockSize / 2 wide):
+// for each segment the first of the candidates whose ends agree best over
+// the segment's samples and one more on each side.
+void halfBlockRuns(const FieldPicture& a, const FieldPicture& b, int y, int x0, int end, const HalfCandidates& c,
+                   std::vector<Run>& runs)
 {
-    if (vectors[1] == vectors[0] && vectors[2] == vectors[0]) {
-        extend(runs, x0, vectors[0]);
+    if (c.count == 1) {
+        extend(runs, x0, c.v[0]);
         return;
     }
-    EndLines ends[3];
-    for (int i = 0; i < 3; ++i)
-        ends[i] = endLines(a, b, y, vectors[i], at);
-    for (; x0 < end; x0 += segment) {
-        const int x1 = x0 + segment < count ? x0 + segment : count;
+    constexpr int most = blockSize / 2 + 2;
+    unsigned d[3][most] = {};  // |a - b| at each candidate's ends, from x0 - 1 to end
+    for (int i = 0; i < c.count; ++i) {
+        const uint8_t* p = a.luma.row(y + c.e[i].fromY) + c.e[i].fromX + x0 - 1;
+        const uint8_t* q = b.luma.row(y + c.e[i].toY) + c.e[i].toX + x0 - 1;
+        for (int k = 0; k <= end - x0 + 1; ++k)
+            d[i][k] = unsigned(std::abs(p[k] - q[k]));
+    }
+    for (int k = 0; x0 + k < end; k += segment) {
         int best = 0;
-        unsigned bestDifference = segmentDifference(ends[0], x0, x1);
-        for (int i = 1; i < 3; ++i) {
-            if (vectors[i] == vectors[0])
-                continue;
-            const unsigned difference = segmentDifference(ends[i], x0, x1);
+        unsigned bestDifference = d[0][k] + d[0][k + 1] + d[0][k + 2] + d[0][k + 3];
+        for (int i = 1; i < c.count; ++i) {
+            const unsigned difference = d[i][k] + d[i][k + 1] + d[i][k + 2] + d[i][k + 3];
             if (difference < bestDifference) {
                 best = i;
                 bestDifference = difference;
             }
         }
-        extend(runs, x0, vectors[best]);
+        extend(runs, x0 + k, c.v[best]);
     }
 }
 
-void planHalfRow(const MotionField& chosen, int row, int sideY, int count, std::vector<BlockStep>& steps)
+// The distinct vectors of own, across and above, own first, with their ends.
+HalfCandidates halfCandidates(MotionVector own, MotionVector across, MotionVector above, Share at)
+{
+    HalfCandidates c{1, {own}, {}};
+    for (const MotionVector& v : {across, above}) {
+        int j = 0;
+        while (j < c.count && c.v[j] != v)
+            ++j;
+        if (j == c.count)
+            c.v[c.count++] = v;
+    }
+    for (int i = 0; i < c.count; ++i)
+        c.e[i] = endsOf(c.v[i], at, 1, 1);
+    return c;
+}
+
+void planHalfRow(const MotionField& chosen, Share at, int row, int sideY, int count, std::vector<BlockStep>& steps)
 {
     steps.clear();
     // The block row's vectors and the one above or below it (itself at the
@@ -219,7 +225,12 @@ void planHalfRow(const MotionField& chosen, int row, int sideY, int count, std::
         const bool mixed = left != own || right != own || above != own;
         if (!mixed && !steps.empty() && !steps.back().mixed && steps.back().own == own)
             continue;
-        steps.push_back({column, mixed, own, left, right, above});
+        BlockStep step{column, mixed, own, {}};
+        if (mixed) {
+            step.halves[0] = halfCandidates(own, left, above, at);
+            step.halves[1] = halfCandidates(own, right, above, at);
+        }
+        steps.push_back(step);
     }
 }
 
@@ -227,8 +238,8 @@ void planHalfRow(const MotionField& chosen, int row, int sideY, int count, std::
 // neighbouring block's (on the sample's side) fits the samples around it
 // better, decided for `segment` samples at a time. Ends with a run at the
 // line's end.
-void pixelRuns(const FieldPicture& a, const FieldPicture& b, const std::vector<BlockStep>& steps, Share at, int y,
-               int count, std::vector<Run>& runs)
+void pixelRuns(const FieldPicture& a, const FieldPicture& b, const std::vector<BlockStep>& steps, int y, int count,
+               std::vector<Run>& runs)
 {
     runs.clear();
     for (const BlockStep& step : steps) {
@@ -239,9 +250,9 @@ void pixelRuns(const FieldPicture& a, const FieldPicture& b, const std::vector<B
         }
         const int middle = x0 + blockSize / 2;
         const int end = x0 + blockSize < count ? x0 + blockSize : count;
-        halfBlockRuns(a, b, at, y, x0, middle < end ? middle : end, count, {step.own, step.left, step.above}, runs);
+        halfBlockRuns(a, b, y, x0, middle < end ? middle : end, step.halves[0], runs);
         if (middle < end)
-            halfBlockRuns(a, b, at, y, middle, end, count, {step.own, step.right, step.above}, runs);
+            halfBlockRuns(a, b, y, middle, end, step.halves[1], runs);
     }
     runs.push_back({count, {}});
 }
@@ -314,8 +325,8 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
     for (int y = from; y < to; ++y) {
         const int sideY = y % blockSize < blockSize / 2 ? -1 : 1;
         if (y == from || y % (blockSize / 2) == 0)
-            planHalfRow(chosen, y / blockSize, sideY, 2 * words, scratch.steps);
-        pixelRuns(a, b, scratch.steps, share, y, 2 * words, scratch.runs);
+            planHalfRow(chosen, share, y / blockSize, sideY, 2 * words, scratch.steps);
+        pixelRuns(a, b, scratch.steps, y, 2 * words, scratch.runs);
         for (std::size_t r = 0; r + 1 < scratch.runs.size(); ++r) {
             const MotionVector v = scratch.runs[r].v;
             const int x0 = scratch.runs[r].from, x1 = scratch.runs[r + 1].from;
