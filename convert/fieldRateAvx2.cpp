@@ -1,5 +1,5 @@
 // Field-rate kernels, AVX2: the row of block differences 16 at a time, the
-// vertical sampling pass, 16 columns a step
+// blend 32 bytes a step, the vertical sampling pass, 16 columns a step
 // in whole steps (past the end as the table allows). The horizontal pass
 // works on runs too short for wider steps to pay: it stays SSE2.
 #include <immintrin.h>
@@ -43,10 +43,37 @@ void avx2Columns(const uint8_t* top, std::ptrdiff_t stride, const int* taps, int
     }
 }
 
+// The SSE2 blend's rule 32 bytes a step; the unpacking and packing work
+// within 128-bit halves and undo each other.
+void avx2Blend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_t* out)
+{
+    const __m256i zero = _mm256_setzero_si256(), limit = _mm256_set1_epi8(static_cast<char>(interpolateDisagreement));
+    const __m256i wp = _mm256_set1_epi16(static_cast<short>(256 - weight)),
+                  wq = _mm256_set1_epi16(static_cast<short>(weight));
+    const __m256i round = _mm256_set1_epi16(128);
+    const uint8_t* nearer = weight < 128 ? p : q;
+    auto load = [](const uint8_t* at) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)); };
+    auto mix = [&](__m256i x, __m256i y) {
+        return _mm256_srli_epi16(
+            _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(x, wp), _mm256_mullo_epi16(y, wq)), round), 8);
+    };
+    int i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i a = load(p + i), b = load(q + i);
+        const __m256i apart = _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a));
+        const __m256i close = _mm256_cmpeq_epi8(_mm256_subs_epu8(apart, limit), zero);
+        const __m256i blend = _mm256_packus_epi16(mix(_mm256_unpacklo_epi8(a, zero), _mm256_unpacklo_epi8(b, zero)),
+                                                  mix(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_blendv_epi8(load(nearer + i), blend, close));
+    }
+    fieldRateKernels(KernelPath::sse2).blend(p + i, q + i, count - i, weight, out + i);
+}
+
 }  // namespace
 
 void addAvx2FieldRate(FieldRateKernels& table)
 {
+    table.blend = &avx2Blend;
     table.sadAcross = &avx2SadAcross;
     table.columns = &avx2Columns;
 }
