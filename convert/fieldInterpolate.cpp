@@ -269,6 +269,12 @@ int candidatesOf(const MotionField& searched, Share share, int column, int row, 
         searched.at((column * blockSize + e.fromX) / blockSize, (row * blockSize + e.fromY) / blockSize);
     int count = 0;
     out[count++] = own;
+    // Most blocks move with all their neighbours.
+    bool alike = source == own;
+    for (const MotionVector* line : lines)
+        alike = alike && line[columns[0]] == own && line[columns[1]] == own && line[columns[2]] == own;
+    if (alike)
+        return count;
     auto add = [&](MotionVector v) {
         for (int j = 0; j < count; ++j)
             if (out[j] == v)
