@@ -53,16 +53,17 @@ void consider(const Plane& a, const Plane& b, int x, int y, MotionVector v, Best
         best = {v, cost, difference};
 }
 
-// Each of the vectors in turn, those met before left out: a vector looked at
-// again cannot be better than the best a second time.
-void considerOnce(const Plane& a, const Plane& b, int x, int y, MotionVector* vectors, int count, Best& best)
+// Each of the vectors after the first `seen` (already looked at) in turn,
+// those met before left out: a vector looked at again cannot be better than
+// the best a second time.
+void considerOnce(const Plane& a, const Plane& b, int x, int y, MotionVector* vectors, int count, int seen, Best& best)
 {
     for (int i = 0; i < count; ++i) {
         vectors[i] = clampVector(vectors[i]);
         int j = 0;
         while (j < i && vectors[j] != vectors[i])
             ++j;
-        if (j == i)
+        if (j == i && i >= seen)
             consider(a, b, x, y, vectors[i], best);
     }
 }
@@ -135,6 +136,16 @@ void searchFine(const FieldPicture& a, const FieldPicture& b, const MotionField&
     for (int row = from; row < to; ++row)
         for (int column = 0; column < fine.columns; ++column) {
             const int x = column * blockSize, y = row * blockSize;
+            const std::size_t at = static_cast<std::size_t>(row * fine.columns + column);
+            // No motion first: where it matches perfectly (a still picture)
+            // nothing can do better.
+            Best best{{}, ~0u, 0};
+            consider(a.luma, b.luma, x, y, {}, best);
+            if (best.cost == 0) {
+                fine.vectors[at] = {};
+                fine.costs[at] = 0;
+                continue;
+            }
             const int cx = column / 2, cy = row / 2;
             // No motion, then the area's neighbours on the block's side.
             const int sx = column & 1 ? 1 : -1, sy = row & 1 ? 1 : -1;
@@ -149,11 +160,9 @@ void searchFine(const FieldPicture& a, const FieldPicture& b, const MotionField&
                 const MotionVector& left = fine.at(column - 1, row);
                 starts[count++] = {left.x & ~1, left.y & ~1};
             }
-            Best best{{}, ~0u, 0};
-            considerOnce(a.luma, b.luma, x, y, starts, count, best);
+            considerOnce(a.luma, b.luma, x, y, starts, count, 1, best);
             refine(a.luma, b.luma, x, y, 2, 3, best);
             refine(a.luma, b.luma, x, y, 1, 1, best);
-            const std::size_t at = static_cast<std::size_t>(row * fine.columns + column);
             fine.vectors[at] = best.v;
             fine.costs[at] = best.difference;
         }
