@@ -114,9 +114,19 @@ void searchCoarse(const FieldPicture& a, const FieldPicture& b, MotionField& coa
             // An 8 x 8 window of quarter pixels centred on the 4 x 4 area.
             const int x = column * 4 - 2, y = row * 4 - 2;
             Best best{{}, ~0u, 0};
-            for (int vy = -coarseRangeY; vy <= coarseRangeY; ++vy) {
-                unsigned across[16];
-                kernels.sadAcross(qa.row(y) + x, qa.stride, qb.row(y + vy) + x - coarseRangeX, qb.stride, across);
+            // Without motion first: a perfect match there costs nothing and
+            // every other offset costs its length.
+            unsigned still[16];
+            kernels.sadAcross(qa.row(y) + x, qa.stride, qb.row(y) + x - coarseRangeX, qb.stride, still);
+            if (still[coarseRangeX] == 0)
+                best.cost = 0;
+            for (int vy = -coarseRangeY; vy <= coarseRangeY && best.cost; ++vy) {
+                unsigned rowSums[16];
+                const unsigned* across = still;
+                if (vy) {
+                    kernels.sadAcross(qa.row(y) + x, qa.stride, qb.row(y + vy) + x - coarseRangeX, qb.stride, rowSums);
+                    across = rowSums;
+                }
                 for (int vx = -coarseRangeX; vx <= coarseRangeX; ++vx) {
                     const unsigned difference = across[vx + coarseRangeX];
                     const unsigned cost = difference + 4 * lengthCost * unsigned(std::abs(vx) + std::abs(vy));
