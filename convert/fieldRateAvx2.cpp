@@ -57,8 +57,15 @@ void avx2Blend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_
         return _mm256_srli_epi16(
             _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(x, wp), _mm256_mullo_epi16(y, wq)), round), 8);
     };
-    int i = 0;
-    for (; i + 32 <= count; i += 32) {
+    // The last step is moved back to end at count when there are 32 bytes
+    // or more: it makes some of the bytes again, the same.
+    if (count < 32) {
+        fieldRateKernels(KernelPath::sse2).blend(p, q, count, weight, out);
+        return;
+    }
+    for (int i = 0; i < count; i += 32) {
+        if (i + 32 > count)
+            i = count - 32;
         const __m256i a = load(p + i), b = load(q + i);
         const __m256i apart = _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a));
         const __m256i close = _mm256_cmpeq_epi8(_mm256_subs_epu8(apart, limit), zero);
@@ -66,7 +73,6 @@ void avx2Blend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_
                                                   mix(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero)));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_blendv_epi8(load(nearer + i), blend, close));
     }
-    fieldRateKernels(KernelPath::sse2).blend(p + i, q + i, count - i, weight, out + i);
 }
 
 }  // namespace

@@ -35,7 +35,8 @@ struct FieldRateKernels {
     void (*rows)(const int16_t* column, const int* taps, int count, uint8_t* out);
     // out[i] = the blend of p[i] and q[i] with weight / 256 (0 to 256) on q,
     // rounded, or the nearer field's sample (q from weight 128) where the
-    // two differ by more than interpolateDisagreement.
+    // two differ by more than interpolateDisagreement. out does not overlap
+    // p or q.
     void (*blend)(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_t* out);
     // `words` words of bytes cb[i], luma[2i], cr[i], luma[2i + 1].
     void (*pack)(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out);
