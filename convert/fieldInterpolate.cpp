@@ -264,16 +264,19 @@ int candidatesOf(const MotionField& searched, Share share, int column, int row, 
     const MotionVector* lines[3] = {&searched.at(0, row - 1), &searched.at(0, row), &searched.at(0, row + 1)};
     const int columns[3] = {column > 0 ? column - 1 : 0, column, column + 1 < searched.columns ? column + 1 : column};
     const MotionVector own = lines[1][column];
+    int count = 0;
+    out[count++] = own;
+    // Most blocks move with all their neighbours; a still block's vector
+    // comes from itself.
+    bool alike = true;
+    for (const MotionVector* line : lines)
+        alike = alike && line[columns[0]] == own && line[columns[1]] == own && line[columns[2]] == own;
+    if (alike && own == MotionVector{})
+        return count;
     const Ends e = endsOf(own, share, 1, 1);
     const MotionVector source =
         searched.at((column * blockSize + e.fromX) / blockSize, (row * blockSize + e.fromY) / blockSize);
-    int count = 0;
-    out[count++] = own;
-    // Most blocks move with all their neighbours.
-    bool alike = source == own;
-    for (const MotionVector* line : lines)
-        alike = alike && line[columns[0]] == own && line[columns[1]] == own && line[columns[2]] == own;
-    if (alike)
+    if (alike && source == own)
         return count;
     auto add = [&](MotionVector v) {
         for (int j = 0; j < count; ++j)
