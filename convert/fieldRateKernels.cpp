@@ -64,7 +64,9 @@ struct PathTables {
             if (path == KernelPath::reference || path == KernelPath::neon)
                 continue;
             addSse2FieldRate(byPath[p]);
-            if (path != KernelPath::sse2)
+            // Filled only where the CPU has AVX2: the filling code is built
+            // for it and may use it.
+            if (path != KernelPath::sse2 && kernelPathAvailable(KernelPath::avx2))
                 addAvx2FieldRate(byPath[p]);
 #endif
         }

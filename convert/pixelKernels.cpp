@@ -36,6 +36,8 @@ constexpr PixelKernels plainKernels{mixLineTable<PlainMixLines>(), mixLineTable<
 struct PathTables {
     PixelKernels byPath[kernelPathCount];
 
+    // A path's table is filled only where the CPU has the path: the code
+    // that fills it is built for those instructions and may use them.
     PathTables()
     {
         for (PixelKernels& table : byPath)
@@ -43,12 +45,16 @@ struct PathTables {
 #if defined(PAL2NTSC_X86_KERNELS)
         addSse2MixLine(byPath[static_cast<int>(KernelPath::sse2)]);
         addSse2Reducers(byPath[static_cast<int>(KernelPath::sse2)]);
-        addAvx2MixLine(byPath[static_cast<int>(KernelPath::avx2)]);
-        addAvx2Reducers(byPath[static_cast<int>(KernelPath::avx2)]);
+        if (kernelPathAvailable(KernelPath::avx2)) {
+            addAvx2MixLine(byPath[static_cast<int>(KernelPath::avx2)]);
+            addAvx2Reducers(byPath[static_cast<int>(KernelPath::avx2)]);
+        }
 #endif
 #if defined(PAL2NTSC_X86_KERNELS) && defined(PAL2NTSC_AVX512_KERNELS)
-        addAvx512MixLine(byPath[static_cast<int>(KernelPath::avx512)]);
-        addAvx512Reducers(byPath[static_cast<int>(KernelPath::avx512)]);
+        if (kernelPathAvailable(KernelPath::avx512)) {
+            addAvx512MixLine(byPath[static_cast<int>(KernelPath::avx512)]);
+            addAvx512Reducers(byPath[static_cast<int>(KernelPath::avx512)]);
+        }
 #endif
 #if defined(PAL2NTSC_NEON_KERNELS)
         addNeonMixLine(byPath[static_cast<int>(KernelPath::neon)]);
