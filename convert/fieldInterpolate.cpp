@@ -1,5 +1,6 @@
 #include "convert/fieldInterpolate.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -293,13 +294,33 @@ int candidatesOf(const MotionField& searched, Share share, int column, int row, 
     return count;
 }
 
+// Whether block rows row - 1 to row + 1 (as far as they go) have no motion
+// at all.
+bool stillAround(const MotionField& searched, int row)
+{
+    for (int r = row - 1; r <= row + 1; ++r) {
+        const MotionVector* line = &searched.at(0, r);
+        for (int column = 0; column < searched.columns; ++column)
+            if (line[column] != MotionVector{})
+                return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionField& searched, Fraction at,
                    MotionField& chosen, int from, int to)
 {
     const Share share = shareOf(at);
-    for (int row = from; row < to; ++row)
+    for (int row = from; row < to; ++row) {
+        MotionVector* out = &chosen.vectors[static_cast<std::size_t>(row * chosen.columns)];
+        // A still row among still rows: every block's candidates are all
+        // no motion.
+        if (stillAround(searched, row)) {
+            std::fill(out, out + chosen.columns, MotionVector{});
+            continue;
+        }
         for (int column = 0; column < chosen.columns; ++column) {
             const int x = column * blockSize, y = row * blockSize;
             // A vector met before cannot be better than the best now; where
@@ -318,8 +339,9 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
                     }
                 }
             }
-            chosen.vectors[static_cast<std::size_t>(row * chosen.columns + column)] = best;
+            out[column] = best;
         }
+    }
 }
 
 void interpolateLines(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Fraction at,
