@@ -344,6 +344,40 @@ void chooseVectors(const FieldPicture& a, const FieldPicture& b, const MotionFie
     }
 }
 
+namespace {
+
+// A line moved by one vector all along (most lines of a still or evenly
+// moving picture): each plane's samples are the fields' own lines where the
+// vector's ends are whole pixels, and where those lines are the same the
+// blend of the two is the line itself.
+void oneRunLine(const FieldRateKernels& kernels, const FieldPicture& a, const FieldPicture& b, MotionVector v,
+                Share share, int weight, int y, Scratch& scratch, const uint8_t* (&made)[3])
+{
+    const Plane* planes[3][2] = {{&a.luma, &b.luma}, {&a.cb, &b.cb}, {&a.cr, &b.cr}};
+    LinePair* lines[3] = {&scratch.luma, &scratch.cb, &scratch.cr};
+    for (int k = 0; k < 3; ++k) {
+        LinePair& line = *lines[k];
+        const int count = static_cast<int>(line.out.size());
+        const Ends e = endsOf(v, share, k ? subpixel / 2 : subpixel, subpixel);
+        const uint8_t* p = line.p.data();
+        const uint8_t* q = line.q.data();
+        if (!((e.fromX | e.fromY | e.toX | e.toY) & (subpixel - 1))) {
+            p = planes[k][0]->row(y + (e.fromY >> subpixelBits)) + (e.fromX >> subpixelBits);
+            q = planes[k][1]->row(y + (e.toY >> subpixelBits)) + (e.toX >> subpixelBits);
+        } else {
+            sampleRuns(kernels, *planes[k][0], *planes[k][1], y, 0, count, e, scratch, line);
+        }
+        if (std::memcmp(p, q, static_cast<std::size_t>(count)) == 0) {
+            made[k] = p;
+        } else {
+            kernels.blend(p, q, count, weight, line.out.data());
+            made[k] = line.out.data();
+        }
+    }
+}
+
+}  // namespace
+
 void interpolateLines(const FieldPicture& a, const FieldPicture& b, const MotionField& chosen, Fraction at,
                       uint8_t* frame, int width, int parity, int from, int to)
 {
@@ -358,6 +392,13 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
         if (y == from || y % (blockSize / 2) == 0)
             planHalfRow(chosen, share, y / blockSize, sideY, 2 * words, scratch.steps);
         pixelRuns(a, b, scratch.steps, y, 2 * words, scratch.runs);
+        uint8_t* target = frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4;
+        const uint8_t* made[3] = {scratch.luma.out.data(), scratch.cb.out.data(), scratch.cr.out.data()};
+        if (scratch.runs.size() == 2) {
+            oneRunLine(kernels, a, b, scratch.runs[0].v, share, weight, y, scratch, made);
+            kernels.pack(made[0], made[1], made[2], words, target);
+            continue;
+        }
         for (std::size_t r = 0; r + 1 < scratch.runs.size(); ++r) {
             const MotionVector v = scratch.runs[r].v;
             const int x0 = scratch.runs[r].from, x1 = scratch.runs[r + 1].from;
@@ -372,7 +413,6 @@ void interpolateLines(const FieldPicture& a, const FieldPicture& b, const Motion
         }
         for (LinePair* line : {&scratch.luma, &scratch.cb, &scratch.cr})
             kernels.blend(line->p.data(), line->q.data(), static_cast<int>(line->out.size()), weight, line->out.data());
-        kernels.pack(scratch.luma.out.data(), scratch.cb.out.data(), scratch.cr.out.data(), words,
-                     frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4);
+        kernels.pack(made[0], made[1], made[2], words, target);
     }
 }
