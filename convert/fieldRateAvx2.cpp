@@ -1,7 +1,9 @@
 // Field-rate kernels, AVX2: the row of block differences 16 at a time, the
-// blend 32 bytes a step, the vertical sampling pass, 16 columns a step
-// in whole steps (past the end as the table allows). The horizontal pass
-// works on runs too short for wider steps to pay: it stays SSE2.
+// blend 32 bytes a step, the vertical sampling pass 16 columns a step in
+// whole steps (past the end as the table allows), and the halving 32
+// samples a step with the plain rule for the line's last ones. The
+// horizontal pass works on runs too short for wider steps to pay: it stays
+// SSE2.
 #include <immintrin.h>
 
 #include "convert/fieldRateKernels.h"
@@ -75,6 +77,30 @@ void avx2Blend(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_
     }
 }
 
+inline __m256i load256(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+
+// The sums of each pair of neighbouring bytes of a and of b, plus 2.
+inline __m256i pairSums(__m256i a, __m256i b)
+{
+    const __m256i low = _mm256_set1_epi16(0xFF);
+    const __m256i left = _mm256_add_epi16(_mm256_and_si256(a, low), _mm256_and_si256(b, low));
+    const __m256i right = _mm256_add_epi16(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
+    return _mm256_add_epi16(_mm256_add_epi16(left, right), _mm256_set1_epi16(2));
+}
+
+void avx2Halve(const uint8_t* a, const uint8_t* b, int count, uint8_t* out)
+{
+    int i = 0;
+    for (; i + 32 <= count; i += 32) {
+        const __m256i first = pairSums(load256(a + 2 * i), load256(b + 2 * i));
+        const __m256i second = pairSums(load256(a + 2 * i + 32), load256(b + 2 * i + 32));
+        // The pack works within 128-bit halves: its quarters put back in order.
+        const __m256i packed = _mm256_packus_epi16(_mm256_srli_epi16(first, 2), _mm256_srli_epi16(second, 2));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_permute4x64_epi64(packed, 0xD8));
+    }
+    fieldRateKernels(KernelPath::reference).halve(a + 2 * i, b + 2 * i, count - i, out + i);
+}
+
 }  // namespace
 
 void addAvx2FieldRate(FieldRateKernels& table)
@@ -82,4 +108,5 @@ void addAvx2FieldRate(FieldRateKernels& table)
     table.blend = &avx2Blend;
     table.sadAcross = &avx2SadAcross;
     table.columns = &avx2Columns;
+    table.halve = &avx2Halve;
 }

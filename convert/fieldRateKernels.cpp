@@ -47,7 +47,24 @@ void plainPack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int wo
     }
 }
 
-constexpr FieldRateKernels plainKernels{&plainSadAcross, &plainColumns, &plainRows, &plainBlend, &plainPack};
+void plainUnpack(const uint8_t* in, int words, uint8_t* luma, uint8_t* cb, uint8_t* cr)
+{
+    for (int i = 0; i < words; ++i, in += 4) {
+        cb[i] = in[0];
+        luma[2 * i] = in[1];
+        cr[i] = in[2];
+        luma[2 * i + 1] = in[3];
+    }
+}
+
+void plainHalve(const uint8_t* a, const uint8_t* b, int count, uint8_t* out)
+{
+    for (int i = 0; i < count; ++i)
+        out[i] = static_cast<uint8_t>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + 2) >> 2);
+}
+
+constexpr FieldRateKernels plainKernels{&plainSadAcross, &plainColumns, &plainRows, &plainBlend,
+                                        &plainPack,      &plainUnpack,  &plainHalve};
 
 // Every path's table, made once: the plain kernels, with each vector path's
 // own in place of them. Every x86 path has the kernels of the x86 paths

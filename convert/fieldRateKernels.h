@@ -2,7 +2,9 @@
 // (util/cpuFeatures.h), one table per path: the coarse motion search's row of
 // block differences, and for motion-compensated interpolation
 // (convert/fieldInterpolate.h) cubic sampling in two passes, the blend of the
-// two fields' samples and the packing of a line into YUV 4:2:2 words. The
+// two fields' samples and the packing of a line into YUV 4:2:2 words; for
+// taking frames apart (convert/fieldPlanes.h) the unpacking of words into
+// planes and the halving of a picture for the coarse search. The
 // reference table holds the plain kernels; the vector paths put in theirs,
 // and the tests compare each with the plain one on random data.
 #pragma once
@@ -40,6 +42,11 @@ struct FieldRateKernels {
     void (*blend)(const uint8_t* p, const uint8_t* q, int count, int weight, uint8_t* out);
     // `words` words of bytes cb[i], luma[2i], cr[i], luma[2i + 1].
     void (*pack)(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int words, uint8_t* out);
+    // The other way: `words` words of bytes cb, luma, cr, luma to the planes.
+    void (*unpack)(const uint8_t* in, int words, uint8_t* luma, uint8_t* cb, uint8_t* cr);
+    // out[i] = (a[2i] + a[2i + 1] + b[2i] + b[2i + 1] + 2) >> 2, for i in
+    // [0, count): the rounded mean of a 2 x 2 square, rows a and b.
+    void (*halve)(const uint8_t* a, const uint8_t* b, int count, uint8_t* out);
 };
 
 // Two 16-bit taps in one 32-bit lane, the first in the low half: what the

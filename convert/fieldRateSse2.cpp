@@ -1,7 +1,8 @@
 // Field-rate kernels, SSE2: the row of block differences one block at a
 // time, the sampling passes 16 columns or 8 samples a
-// step (in whole steps, past the end as the table allows), the blend 16 bytes
-// and the packing 8 words a step with the plain rule for the line's last ones.
+// step (in whole steps, past the end as the table allows), the blend 16 bytes,
+// the packing 8 words, the unpacking 16 words and the halving 16 samples a
+// step, each with the plain rule for the line's last ones.
 #include <emmintrin.h>
 
 #include "convert/fieldRateKernels.h"
@@ -93,6 +94,51 @@ void sse2Pack(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr, int wor
     fieldRateKernels(KernelPath::reference).pack(luma + 2 * i, cb + i, cr + i, words - i, out + 4 * i);
 }
 
+// The odd bytes of two vectors of 16-bit lanes, then the even ones, each
+// pair of vectors packed into one vector of bytes in order.
+inline __m128i oddBytes(__m128i a, __m128i b) { return _mm_packus_epi16(_mm_srli_epi16(a, 8), _mm_srli_epi16(b, 8)); }
+inline __m128i evenBytes(__m128i a, __m128i b)
+{
+    const __m128i low = _mm_set1_epi16(0xFF);
+    return _mm_packus_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
+}
+
+void sse2Unpack(const uint8_t* in, int words, uint8_t* luma, uint8_t* cb, uint8_t* cr)
+{
+    int i = 0;
+    for (; i + 16 <= words; i += 16) {
+        const uint8_t* from = in + 4 * i;
+        const __m128i a = load(from), b = load(from + 16), c = load(from + 32), d = load(from + 48);
+        store(luma + 2 * i, oddBytes(a, b));
+        store(luma + 2 * i + 16, oddBytes(c, d));
+        // cb, cr, cb, cr ...
+        const __m128i first = evenBytes(a, b), second = evenBytes(c, d);
+        store(cb + i, evenBytes(first, second));
+        store(cr + i, oddBytes(first, second));
+    }
+    fieldRateKernels(KernelPath::reference).unpack(in + 4 * i, words - i, luma + 2 * i, cb + i, cr + i);
+}
+
+// The sums of each pair of neighbouring bytes of a and of b, plus 2.
+inline __m128i pairSums(__m128i a, __m128i b)
+{
+    const __m128i low = _mm_set1_epi16(0xFF);
+    const __m128i left = _mm_add_epi16(_mm_and_si128(a, low), _mm_and_si128(b, low));
+    const __m128i right = _mm_add_epi16(_mm_srli_epi16(a, 8), _mm_srli_epi16(b, 8));
+    return _mm_add_epi16(_mm_add_epi16(left, right), _mm_set1_epi16(2));
+}
+
+void sse2Halve(const uint8_t* a, const uint8_t* b, int count, uint8_t* out)
+{
+    int i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m128i first = pairSums(load(a + 2 * i), load(b + 2 * i));
+        const __m128i second = pairSums(load(a + 2 * i + 16), load(b + 2 * i + 16));
+        store(out + i, _mm_packus_epi16(_mm_srli_epi16(first, 2), _mm_srli_epi16(second, 2)));
+    }
+    fieldRateKernels(KernelPath::reference).halve(a + 2 * i, b + 2 * i, count - i, out + i);
+}
+
 }  // namespace
 
 void addSse2FieldRate(FieldRateKernels& table)
@@ -102,4 +148,6 @@ void addSse2FieldRate(FieldRateKernels& table)
     table.rows = &sse2Rows;
     table.blend = &sse2Blend;
     table.pack = &sse2Pack;
+    table.unpack = &sse2Unpack;
+    table.halve = &sse2Halve;
 }

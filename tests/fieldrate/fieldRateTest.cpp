@@ -207,7 +207,8 @@ TEST(MotionKernels, VectorVersionsMatchThePlainOnes)
 }
 
 // Every path's field-rate kernels give the plain ones' results, for any
-// length (short runs and line tails), taps and weight; only [0, count) counts.
+// length (short runs and line tails), taps and weight; only [0, count) counts,
+// except that the planes and halves may not write past it.
 TEST(FieldRateKernels, VectorVersionsMatchThePlainOnes)
 {
     std::mt19937 rng(9);
@@ -250,6 +251,14 @@ TEST(FieldRateKernels, VectorVersionsMatchThePlainOnes)
             plain.pack(plane.data(), p.data(), q.data(), packed, expected.data());
             vector.pack(plane.data(), p.data(), q.data(), packed, got.data());
             ASSERT_EQ(0, std::memcmp(expected.data(), got.data(), static_cast<std::size_t>(4 * packed))) << path;
+            // Planes of the words in `plane`: luma in the first half, cb and
+            // cr in the third and last quarters.
+            plain.unpack(plane.data(), count, expected.data(), expected.data() + 128, expected.data() + 192);
+            vector.unpack(plane.data(), count, got.data(), got.data() + 128, got.data() + 192);
+            ASSERT_EQ(expected, got) << path << " " << count;
+            plain.halve(top, across, count, expected.data());
+            vector.halve(top, across, count, got.data());
+            ASSERT_EQ(expected, got) << path << " " << count;
         }
     }
 }
