@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "convert/fieldRateKernels.h"
+
 void Plane::allocate(int w, int h)
 {
     width = w;
@@ -29,21 +31,16 @@ void Plane::extendBorders()
 namespace {
 
 // Each sample of `to` the rounded mean of a 2 x 2 square of `from`.
-void halve(const Plane& from, Plane& to)
+void halve(const FieldRateKernels& kernels, const Plane& from, Plane& to)
 {
-    for (int y = 0; y < to.height; ++y) {
-        const uint8_t* a = from.row(2 * y);
-        const uint8_t* b = from.row(2 * y + 1);
-        uint8_t* out = to.row(y);
-        for (int x = 0; x < to.width; ++x)
-            out[x] = static_cast<uint8_t>((a[2 * x] + a[2 * x + 1] + b[2 * x] + b[2 * x + 1] + 2) >> 2);
-    }
+    for (int y = 0; y < to.height; ++y)
+        kernels.halve(from.row(2 * y), from.row(2 * y + 1), to.width, to.row(y));
     to.extendBorders();
 }
 
 }  // namespace
 
-void takeField(const uint8_t* frame, int width, int lines, int parity, FieldPicture& field)
+void takeField(const FrameBytes& frame, int width, int lines, int parity, FieldPicture& field)
 {
     const int words = width >> 1;
     const int fieldLines = lines >> 1;
@@ -54,21 +51,21 @@ void takeField(const uint8_t* frame, int width, int lines, int parity, FieldPict
         field.half.allocate(words, fieldLines / 2);
         field.quarter.allocate(words / 2, fieldLines / 4);
     }
+    const FieldRateKernels& kernels = fieldRateKernels();
+    const auto chromaBytes = static_cast<std::size_t>(words);
     for (int y = 0; y < fieldLines; ++y) {
-        const uint8_t* in = frame + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4;
-        uint8_t* luma = field.luma.row(y);
-        uint8_t* cb = field.cb.row(y);
-        uint8_t* cr = field.cr.row(y);
-        for (int i = 0; i < words; ++i, in += 4) {
-            cb[i] = in[0];
-            luma[2 * i] = in[1];
-            cr[i] = in[2];
-            luma[2 * i + 1] = in[3];
+        const auto line = static_cast<std::ptrdiff_t>(2 * y + parity);
+        if (frame.packed) {
+            kernels.unpack(frame.packed + line * words * 4, words, field.luma.row(y), field.cb.row(y), field.cr.row(y));
+        } else {
+            std::memcpy(field.luma.row(y), frame.luma + line * words * 2, 2 * chromaBytes);
+            std::memcpy(field.cb.row(y), frame.cb + line * words, chromaBytes);
+            std::memcpy(field.cr.row(y), frame.cr + line * words, chromaBytes);
         }
     }
     field.luma.extendBorders();
     field.cb.extendBorders();
     field.cr.extendBorders();
-    halve(field.luma, field.half);
-    halve(field.half, field.quarter);
+    halve(kernels, field.luma, field.half);
+    halve(kernels, field.half, field.quarter);
 }

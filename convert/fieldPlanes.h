@@ -33,6 +33,16 @@ struct FieldPicture {
     Plane quarter;  // luma, 4 x 4 averages
 };
 
+// A YUV 4:2:2 frame as it comes: either `packed`, lines of width / 2 words
+// (bytes cb, luma, cr, luma), or three planes, lines of width luma bytes and
+// of width / 2 cb and cr bytes. Each may lie at any byte.
+struct FrameBytes {
+    const uint8_t* packed = nullptr;
+    const uint8_t* luma = nullptr;
+    const uint8_t* cb = nullptr;
+    const uint8_t* cr = nullptr;
+};
+
 // Takes field `parity` (0: lines 0, 2, 4 ...; 1: lines 1, 3, 5 ...) of a frame
-// of `lines` lines of width / 2 words apart; the frame may lie at any byte.
-void takeField(const uint8_t* frame, int width, int lines, int parity, FieldPicture& field);
+// of `lines` lines apart.
+void takeField(const FrameBytes& frame, int width, int lines, int parity, FieldPicture& field);

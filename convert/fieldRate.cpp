@@ -1,7 +1,6 @@
 #include "convert/fieldRate.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <numeric>
 #include <vector>
 
@@ -9,6 +8,7 @@
 #include "convert/bandWorkers.h"
 #include "convert/fieldInterpolate.h"
 #include "convert/fieldPlanes.h"
+#include "convert/fieldRateKernels.h"
 #include "convert/motionSearch.h"
 
 namespace {
@@ -27,7 +27,6 @@ constexpr unsigned cutDifference = 24 * blockSize * blockSize;
 
 struct Slot {
     int64_t index = -1;
-    std::vector<uint8_t> frame;
     FieldPicture fields[2];  // by order in time
 };
 
@@ -100,7 +99,7 @@ struct FieldRateConverter::State {
     Slot& slot(int64_t index) { return slots[index % slotCount]; }
     FieldPlan plan(int64_t k) const;
     bool ready(int64_t m) const;
-    void take(const void* frame);
+    int push(const FrameBytes& frame);
     void preparePairs(const FieldPlan* plans);
     void findCut(Pair& pair, int order);
     void weave(const FieldPlan* plans);
@@ -138,17 +137,19 @@ bool FieldRateConverter::State::ready(int64_t m) const
     return plan(2 * m).second < received && plan(2 * m + 1).second < received;
 }
 
-void FieldRateConverter::State::take(const void* frame)
+// Takes the frame's fields apart and makes the output frames they complete.
+int FieldRateConverter::State::push(const FrameBytes& frame)
 {
     Slot& s = slot(received);
-    const std::size_t bytes = (woven.size() - slack) * 4;
-    s.frame.resize(bytes);
-    std::memcpy(s.frame.data(), frame, bytes);
     s.index = received;
     workers.run(2, [&](int order) {
-        takeField(s.frame.data(), settings.width, settings.inputLines, lineParity(order), s.fields[order]);
+        takeField(frame, settings.width, settings.inputLines, lineParity(order), s.fields[order]);
     });
     ++received;
+    while (ready(sent))
+        if (!emit())
+            return 0;
+    return 1;
 }
 
 // Whether the pair's fields straddle a cut, and if so where the new scene
@@ -223,12 +224,14 @@ void FieldRateConverter::State::preparePairs(const FieldPlan* plans)
 
 void FieldRateConverter::State::copyField(int64_t frame, int order)
 {
-    const std::size_t lineBytes = static_cast<std::size_t>(settings.width >> 1) * 4;
-    const std::size_t parity = static_cast<std::size_t>(lineParity(order));
-    const uint8_t* from = slot(frame).frame.data();
+    const int words = settings.width >> 1;
+    const int parity = lineParity(order);
+    const FieldPicture& field = slot(frame).fields[order];
+    const FieldRateKernels& kernels = fieldRateKernels();
     auto* to = reinterpret_cast<uint8_t*>(woven.data());
-    for (std::size_t line = parity; line < static_cast<std::size_t>(settings.inputLines); line += 2)
-        std::memcpy(to + line * lineBytes, from + line * lineBytes, lineBytes);
+    for (int y = 0; y < fieldLines(); ++y)
+        kernels.pack(field.luma.row(y), field.cb.row(y), field.cr.row(y), words,
+                     to + static_cast<std::ptrdiff_t>(2 * y + parity) * words * 4);
 }
 
 // The frame of the two output fields at the input's line count.
@@ -294,12 +297,18 @@ FieldRateConverter::~FieldRateConverter() = default;
 
 int FieldRateConverter::push(const void* frame)
 {
-    State& s = *state_;
-    s.take(frame);
-    while (s.ready(s.sent))
-        if (!s.emit())
-            return 0;
-    return 1;
+    FrameBytes bytes;
+    bytes.packed = static_cast<const uint8_t*>(frame);
+    return state_->push(bytes);
+}
+
+int FieldRateConverter::pushPlanes(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr)
+{
+    FrameBytes bytes;
+    bytes.luma = luma;
+    bytes.cb = cb;
+    bytes.cr = cr;
+    return state_->push(bytes);
 }
 
 int FieldRateConverter::finish()

@@ -50,6 +50,9 @@ public:
     // The next input frame (width / 2 words by inputLines lines, at any
     // byte). Nonzero on success, 0 when the sink refused a frame.
     int push(const void* frame);
+    // The same frame as three planes: luma of width bytes by inputLines
+    // lines, cb and cr of width / 2 bytes by inputLines lines.
+    int pushPlanes(const uint8_t* luma, const uint8_t* cb, const uint8_t* cr);
 
     // Sends the remaining frames: as many in all as keep the input's
     // duration, rounded to the nearest frame.
