@@ -42,7 +42,6 @@ public:
                           name_.c_str(), header.width, header.height, header.rate.num, header.rate.den);
         width_ = header.width;
         lines_ = header.height;
-        pal_.assign(static_cast<size_t>(rawFrameBytes(width_, lines_)), 0);
         Y4mHeader out = header;
         out.height = kNtscLines;
         out.rate = rate_.rate;
@@ -67,8 +66,8 @@ public:
 
     bool Frame(const uint8_t* planes) override
     {
-        planarToPacked(planes, width_, lines_, pal_.data());
-        return converter_->push(pal_.data()) != 0;
+        const size_t lumaBytes = static_cast<size_t>(width_) * static_cast<size_t>(lines_);
+        return converter_->pushPlanes(planes, planes + lumaBytes, planes + lumaBytes + lumaBytes / 2) != 0;
     }
 
     bool End() override
@@ -121,7 +120,6 @@ private:
     NtscRate rate_;
     std::string name_;
     int width_ = 0, lines_ = 0;
-    std::vector<uint8_t> pal_;
     size_t frameBytes_ = 0;
     std::unique_ptr<FieldRateConverter> converter_;
     FrameQueue written_{kWriteBehind};

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "convert/fieldRateKernels.h"
+
 namespace {
 
 struct Yuv {
@@ -108,39 +110,18 @@ void bgrBottomUpToRgb(const uint8_t* frame, int width, int height, RgbImage& out
     }
 }
 
+// Planes and words hold their lines one after another: a whole frame goes
+// through the field-rate kernels' line packing as one long line.
 void planarToPacked(const uint8_t* planes, int width, int height, uint8_t* packed)
 {
-    const size_t lumaSize = static_cast<size_t>(width) * height;
-    const size_t chromaSize = lumaSize / 2;
-    const uint8_t* yPlane = planes;
-    const uint8_t* cbPlane = planes + lumaSize;
-    const uint8_t* crPlane = cbPlane + chromaSize;
-    const int pairs = width / 2;
-    for (int line = 0; line < height; ++line) {
-        for (int p = 0; p < pairs; ++p) {
-            const size_t i = static_cast<size_t>(line) * pairs + p;
-            uint8_t* out = packed + 4 * i;
-            out[0] = cbPlane[i];
-            out[1] = yPlane[2 * i];
-            out[2] = crPlane[i];
-            out[3] = yPlane[2 * i + 1];
-        }
-    }
+    const size_t lumaSize = static_cast<size_t>(width) * static_cast<size_t>(height);
+    fieldRateKernels().pack(planes, planes + lumaSize, planes + lumaSize + lumaSize / 2, static_cast<int>(lumaSize / 2),
+                            packed);
 }
 
 void packedToPlanar(const uint8_t* packed, int width, int height, uint8_t* planes)
 {
-    const size_t lumaSize = static_cast<size_t>(width) * height;
-    const size_t chromaSize = lumaSize / 2;
-    uint8_t* yPlane = planes;
-    uint8_t* cbPlane = planes + lumaSize;
-    uint8_t* crPlane = cbPlane + chromaSize;
-    const size_t pairs = lumaSize / 2;
-    for (size_t i = 0; i < pairs; ++i) {
-        const uint8_t* in = packed + 4 * i;
-        cbPlane[i] = in[0];
-        yPlane[2 * i] = in[1];
-        crPlane[i] = in[2];
-        yPlane[2 * i + 1] = in[3];
-    }
+    const size_t lumaSize = static_cast<size_t>(width) * static_cast<size_t>(height);
+    fieldRateKernels().unpack(packed, static_cast<int>(lumaSize / 2), planes, planes + lumaSize,
+                              planes + lumaSize + lumaSize / 2);
 }
