@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -522,20 +524,33 @@ bool FileOutput::Begin(const std::string& name, OutputKind kind, const OutputRul
     return true;
 }
 
-bool FileOutput::Write(const void* data, size_t bytes)
+bool FileOutput::Write(const void* data, size_t bytes) { return Write(data, bytes, nullptr, 0); }
+
+bool FileOutput::Write(const void* head, size_t headBytes, const void* data, size_t bytes)
 {
-    const auto* from = static_cast<const uint8_t*>(data);
+    iovec parts[2] = {{const_cast<void*>(head), headBytes}, {const_cast<void*>(data), bytes}};
     const int fd = toStandardOutput ? STDOUT_FILENO : file.Get();
-    while (bytes > 0) {
-        const ssize_t r = write(fd, from, bytes);
+    int first = 0;
+    for (;;) {
+        while (first < 2 && parts[first].iov_len == 0)
+            ++first;
+        if (first == 2)
+            return true;
+        const ssize_t r = writev(fd, parts + first, 2 - first);
         if (r < 0 && errno == EINTR)
             continue;
         if (r <= 0)
             return reportErrno(destination.name, r < 0 ? errno : EIO);
-        from += r;
-        bytes -= static_cast<size_t>(r);
+        // What went out comes off the front.
+        for (auto done = static_cast<size_t>(r); done > 0;) {
+            const size_t taken = std::min(done, parts[first].iov_len);
+            parts[first].iov_base = static_cast<uint8_t*>(parts[first].iov_base) + taken;
+            parts[first].iov_len -= taken;
+            done -= taken;
+            if (parts[first].iov_len == 0)
+                ++first;
+        }
     }
-    return true;
 }
 
 bool FileOutput::Finish()

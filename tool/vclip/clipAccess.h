@@ -143,6 +143,8 @@ public:
 
     bool Begin(const std::string& name, OutputKind kind, const OutputRules& rules);
     bool Write(const void* data, size_t bytes);
+    // Both pieces, one after the other, in one system call where it can.
+    bool Write(const void* head, size_t headBytes, const void* data, size_t bytes);
     bool Finish();
 
 private:

@@ -252,13 +252,8 @@ bool Y4mStreamWriter::Begin(const Y4mHeader& header)
 
 bool Y4mStreamWriter::Frame(const uint8_t* planes)
 {
-    if (chunk_.empty()) {
-        static const char kMark[] = "FRAME\n";
-        chunk_.assign(kMark, kMark + 6);
-        chunk_.resize(6 + frameBytes_);
-    }
-    std::memcpy(chunk_.data() + 6, planes, chunk_.size() - 6);
-    return out_.Write(chunk_.data(), chunk_.size());
+    static const char kMark[] = "FRAME\n";
+    return out_.Write(kMark, 6, planes, frameBytes_);
 }
 
 bool Y4mStreamWriter::End() { return out_.Finish(); }

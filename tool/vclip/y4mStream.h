@@ -86,7 +86,8 @@ private:
 };
 
 // The last sink: writes the stream to an output (a file put in place when
-// complete, or standard output), each frame in one write.
+// complete, or standard output), each frame with its FRAME line in one
+// write, straight from where the frame lies.
 class Y4mStreamWriter : public Y4mSink {
 public:
     explicit Y4mStreamWriter(FileOutput& out) : out_(out) {}
@@ -97,7 +98,6 @@ public:
 private:
     FileOutput& out_;
     size_t frameBytes_ = 0;
-    std::vector<uint8_t> chunk_;  // a FRAME line and a frame, made with the first frame
 };
 
 // Opens the stream named on a command line: "-" is standard input (it must
