@@ -7,12 +7,14 @@
 // PSNR of the luma, mean over the frames and worst frame, and output frames
 // per second.
 //
-//   standards [--frames N] [--threads N] [--no-ffmpeg]
+//   standards [--frames N] [--threads N] [--no-ffmpeg] [--keep-input PATH]
 //
 // "ours" is the field-rate converter in memory; "vclip ntsc --rate" the same
 // converter as a program, from a y4m file to a y4m file, as FFmpeg is run.
 // The FFmpeg pipelines get the input as y4m (top field first) and their
-// 576-line output, read back, goes through the same line conversion:
+// 576-line output, read back, goes through the same line conversion.
+// --keep-input also writes the y4m input to PATH, for measuring vclip alone.
+// The pipelines:
 //   fps, framerate, minterpolate      the filter on the interlaced frames
 //   yadif+X                           fields made frames first (yadif=1),
 //                                     X at 60000/1001, then fields woven
@@ -335,6 +337,7 @@ int main(int argc, char** argv)
 {
     int inputFrames = 50, threads = 2;
     bool ffmpeg = true;
+    std::string keepInput;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--frames" && i + 1 < argc)
@@ -343,8 +346,10 @@ int main(int argc, char** argv)
             threads = std::max(1, std::atoi(argv[++i]));
         else if (a == "--no-ffmpeg")
             ffmpeg = false;
+        else if (a == "--keep-input" && i + 1 < argc)
+            keepInput = argv[++i];
         else {
-            std::fprintf(stderr, "usage: standards [--frames N] [--threads N] [--no-ffmpeg]\n");
+            std::fprintf(stderr, "usage: standards [--frames N] [--threads N] [--no-ffmpeg] [--keep-input PATH]\n");
             return 2;
         }
     }
@@ -353,6 +358,10 @@ int main(int argc, char** argv)
     for (int n = 0; n < inputFrames; ++n)
         for (int field = 0; field < 2; ++field)
             scene.renderField((2 * n + field) / 50.0, field, input[static_cast<std::size_t>(n)]);
+    if (!keepInput.empty() && !writeY4m(keepInput, input)) {
+        std::fprintf(stderr, "standards: cannot write %s\n", keepInput.c_str());
+        return 1;
+    }
     // As many output frames as keep the duration; field k at k * 1001 / 60000 s.
     const int outputFrames = (2 * inputFrames * 1200 + 1001) / 2002;
     std::vector<Frame> truth;
