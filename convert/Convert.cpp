@@ -161,11 +161,13 @@ void Convert::DoConversion(void* object, int partIndex, int partCount)
 // The whole frame, whatever the part: the job is never split.
 void Convert::DoConversion(int, int) { ConvertLines(0, outputLines); }
 
-void Convert::ConvertLines(int from, int to) { MakeLines(from, to, false); }
+void Convert::ConvertLines(int from, int to) { MakeLines(from, to, false, nullptr); }
 
-void Convert::StreamLines(int from, int to) { MakeLines(from, to, true); }
+void Convert::StreamLines(int from, int to) { MakeLines(from, to, true, nullptr); }
 
-void Convert::MakeLines(int from, int to, bool streamed)
+void Convert::StreamLinesVia(int from, int to, uint32_t* band) { MakeLines(from, to, true, band); }
+
+void Convert::MakeLines(int from, int to, bool streamed, uint32_t* band)
 {
     const int L = width >> 1;
     if (from < 0)
@@ -186,12 +188,16 @@ void Convert::MakeLines(int from, int to, bool streamed)
     const std::size_t stride = static_cast<std::size_t>(L > 0 ? L : 0);
     InputPrefetch prefetch(source, stride, inputLines);
     // The kernels of the path in use, looked up once for all the lines.
-    const MixLineKernels& kernels = streamed ? pixelKernels().mixLineStreamed : pixelKernels().mixLine;
+    const PixelKernels& path = pixelKernels();
+    const MixLineKernels& kernels = streamed && !band ? path.mixLineStreamed : path.mixLine;
     for (int y = from; y < to; ++y) {
         const LineSource line = map(y);
         prefetch.request(line.a, line.a + map.step() + prefetchLines);
+        uint32_t* out = destination + static_cast<std::size_t>(y) * stride;
+        uint32_t* made = band ? band + static_cast<std::size_t>(y - from) * stride : out;
         blendLine(kernels, source + static_cast<std::size_t>(line.a) * stride,
-                  static_cast<std::size_t>(map.step()) * stride, line,
-                  destination + static_cast<std::size_t>(y) * stride, L);
+                  static_cast<std::size_t>(map.step()) * stride, line, made, L);
+        if (band)
+            path.mixLineStreamed[0](made, made, out, L);
     }
 }

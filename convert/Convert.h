@@ -35,6 +35,13 @@ public:
     // before another thread uses them.
     void StreamLines(int from, int to);
 
+    // The same lines streamed into destination by way of `band`: each is
+    // made there with plain stores (line `from` at band, the next ones
+    // (width >> 1) words apart), then copied with streaming stores. The band
+    // stays in cache for a reducer, and no line of the frame is fetched
+    // from memory before it is written.
+    void StreamLinesVia(int from, int to, uint32_t* band);
+
     int32_t width;
     int32_t outputLines;
     int32_t inputLines;
@@ -44,5 +51,5 @@ public:
     uint32_t* destination;
 
 private:
-    void MakeLines(int from, int to, bool streamed);
+    void MakeLines(int from, int to, bool streamed, uint32_t* band);
 };

@@ -244,8 +244,9 @@ INSTANTIATE_TEST_SUITE_P(Paths, KernelPaths, ::testing::ValuesIn(familyPaths()),
 // hold the NTSC frame and its reduction (made band by band, the same as the
 // whole frame converted, then reduced) of its own input frame alone, at the
 // start of the slot, the rest of the slot untouched. Scale 3 reduces nothing;
-// no frames write nothing.
-TEST(BlockConvert, EachSlotHoldsItsFrameConvertedThenReduced)
+// no frames write nothing. On every path: those with streaming stores make
+// each band in a buffer of its own, the others in the frame.
+TEST_P(KernelPaths, BlockSlotsHoldTheirFramesConvertedThenReduced)
 {
     std::mt19937 rng(8);
     const int sizes[][3] = {{720, 576, 486}, {720, 576, 487}, {722, 300, 485}, {37, 100, 84}, {16, 20, 7}, {8, 8, 3}};
