@@ -15,14 +15,13 @@ namespace {
 // made in a buffer of their own, each line streamed into the block as soon
 // as it is made (Convert::StreamLinesVia), and reduced from the buffer while
 // it is still in the first-level cache. On a 2-core AMD Zen 3 with the AVX2
-// kernels (load near 5, variants taking turns in one process, medians of 60
-// runs of 250 frames) that made frames with the quarter reduction 155 to 158
-// us against 160 for plain stores into the block, whose cache lines are
-// fetched from memory before they are written; at quiet moments (first
-// quartile) 134 to 140 us against 152. Bands of 2 rows did as well as 1
-// and 4 there. Streaming the whole band after reducing it, rather than each
-// line as it is made, and reducing into a buffer streamed into the reduced
-// block (partial cache lines) were slower; so, on an AMD Zen 5 with the
+// kernels (variants taking turns in one process, medians of 60 runs of 250
+// frames) that made frames with the quarter reduction 158 us against 173 for
+// plain stores into the block, whose cache lines are fetched from memory
+// before they are written (load 2; 155 against 160 at load 5). Bands of 2
+// rows did as well as 1 and 4 there. Streaming the whole band after reducing
+// it, rather than each line as it is made, and reducing into a buffer
+// streamed into the reduced block (partial cache lines) were slower; so, on an AMD Zen 5 with the
 // AVX-512 kernels, was making the band in a buffer and copying it into the
 // block in one pass (98 to 110 against 80 to 87 us a frame, load 2.5).
 constexpr int bandRows = 2;
