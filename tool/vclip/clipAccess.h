@@ -156,4 +156,7 @@ private:
     FileIdentity made;
     bool toStandardOutput = false;
     bool finished = false;
+    // Bytes written to the file, and how many of them were sent on to the
+    // disk ahead of Finish's flush.
+    int64_t written = 0, sentOn = 0;
 };
