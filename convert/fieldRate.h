@@ -14,8 +14,8 @@
 //
 // Frames go in one at a time; finished output frames go to the sink as soon
 // as the input they need has arrived, so memory stays at a few frames. The
-// work is cut into fixed bands shared by `threads` threads; the output bytes
-// are the same for any number of threads.
+// work is cut into fixed bands taken in turn by `threads` threads; the
+// output bytes are the same for any number of threads.
 #pragma once
 
 #include <cstdint>
