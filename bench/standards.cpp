@@ -10,7 +10,10 @@
 //   standards [--frames N] [--threads N] [--no-ffmpeg] [--keep-input PATH]
 //
 // "ours" is the field-rate converter in memory; "vclip ntsc --rate" the same
-// converter as a program, from a y4m file to a y4m file, as FFmpeg is run.
+// converter as a program, reading a y4m file and writing its stream into a
+// y4m file as FFmpeg does (through standard output: the bytes are left to the
+// system to put on the disk); "vclip, file kept safe" writes the file itself,
+// which it flushes to the disk before putting it in place.
 // The FFmpeg pipelines get the input as y4m (top field first) and their
 // 576-line output, read back, goes through the same line conversion.
 // --keep-input also writes the y4m input to PATH, for measuring vclip alone.
@@ -321,9 +324,12 @@ int runPrograms(const std::vector<Frame>& input, const std::vector<Frame>& truth
     };
     std::string vclip = self;
     vclip = vclip.substr(0, vclip.rfind('/') + 1) + "vclip";
-    if (access(vclip.c_str(), X_OK) == 0)
-        print(runProgram("vclip ntsc --rate", vclip + " ntsc " + dir + "/in.y4m " + dir + "/out.y4m --rate 30000/1001",
-                         dir, ntscLines, truth));
+    if (access(vclip.c_str(), X_OK) == 0) {
+        const std::string command = vclip + " ntsc " + dir + "/in.y4m ";
+        print(runProgram("vclip ntsc --rate", command + "- --rate 30000/1001 > " + dir + "/out.y4m", dir, ntscLines,
+                         truth));
+        print(runProgram("vclip, file kept safe", command + dir + "/out.y4m --rate 30000/1001", dir, ntscLines, truth));
+    }
     for (const auto& p : pipelines)
         print(runProgram(p[0], ffmpegCommand(p[1], dir, threads), dir, palLines, truth));
     std::remove((std::string(dir) + "/in.y4m").c_str());
