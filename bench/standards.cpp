@@ -236,7 +236,10 @@ bool writeY4m(const std::string& path, const std::vector<Frame>& frames)
         std::fputs("FRAME\n", f);
         std::fwrite(planes.data(), 1, planes.size(), f);
     }
-    return std::fclose(f) == 0;
+    // On the disk before any program is timed, so that none of them shares
+    // the disk with the writing of the input.
+    const bool flushed = std::fflush(f) == 0 && fsync(fileno(f)) == 0;
+    return std::fclose(f) == 0 && flushed;
 }
 
 // Frames of a 4:2:2 stream of `lines` lines, 576-line ones through the line

@@ -192,7 +192,10 @@ void FieldRateConverter::State::preparePairs(const FieldPlan* plans)
         pair.same = samePicture(a, b);
         if (pair.fine.vectors.empty())
             shapeMotion(pair.coarse, pair.fine, a.luma.width, a.luma.height);
-        pair.chosen = pair.fine;
+        // Shaped once: the vector choice writes every vector before the
+        // interpolation reads any.
+        if (pair.chosen.vectors.size() != pair.fine.vectors.size())
+            pair.chosen = pair.fine;
         search[p.order] = !pair.same;
     }
     auto picturesOf = [&](int order) -> std::pair<const FieldPicture*, const FieldPicture*> {
