@@ -80,14 +80,23 @@ const Taps taps;
 // Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths into
 // out (and up to samplingOverrun past x1): the columns a vertical pass
 // leaves in `column`, then a horizontal one.
+// Line y of a plane moved by (fromX, fromY) 64ths where both are whole
+// pixels: the plane's own samples, from x = 0; null where they are not.
+const uint8_t* wholeLine(const Plane& plane, int y, int fromX, int fromY)
+{
+    if ((fromX | fromY) & (subpixel - 1))
+        return nullptr;
+    return plane.row(y + (fromY >> subpixelBits)) + (fromX >> subpixelBits);
+}
+
 void sampleRun(const FieldRateKernels& kernels, const Plane& plane, int y, int x0, int x1, int fromX, int fromY,
                int16_t* column, uint8_t* out)
 {
-    const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits) + x0;
-    if (!((fromX | fromY) & (subpixel - 1))) {  // whole pixels: the samples themselves
-        std::memcpy(out + x0, top + plane.stride, static_cast<std::size_t>(x1 - x0));
+    if (const uint8_t* whole = wholeLine(plane, y, fromX, fromY)) {
+        std::memcpy(out + x0, whole + x0, static_cast<std::size_t>(x1 - x0));
         return;
     }
+    const uint8_t* top = plane.row(y + (fromY >> subpixelBits) - 1) + (fromX >> subpixelBits) + x0;
     kernels.columns(top - 1, plane.stride, taps.c[fromY & (subpixel - 1)], x1 - x0 + 3, column);
     kernels.rows(column, taps.c[fromX & (subpixel - 1)], x1 - x0, out + x0);
 }
@@ -359,13 +368,12 @@ void oneRunLine(const FieldRateKernels& kernels, const FieldPicture& a, const Fi
         LinePair& line = *lines[k];
         const int count = static_cast<int>(line.out.size());
         const Ends e = endsOf(v, share, k ? subpixel / 2 : subpixel, subpixel);
-        const uint8_t* p = line.p.data();
-        const uint8_t* q = line.q.data();
-        if (!((e.fromX | e.fromY | e.toX | e.toY) & (subpixel - 1))) {
-            p = planes[k][0]->row(y + (e.fromY >> subpixelBits)) + (e.fromX >> subpixelBits);
-            q = planes[k][1]->row(y + (e.toY >> subpixelBits)) + (e.toX >> subpixelBits);
-        } else {
+        const uint8_t* p = wholeLine(*planes[k][0], y, e.fromX, e.fromY);
+        const uint8_t* q = wholeLine(*planes[k][1], y, e.toX, e.toY);
+        if (!p || !q) {
             sampleRuns(kernels, *planes[k][0], *planes[k][1], y, 0, count, e, scratch, line);
+            p = line.p.data();
+            q = line.q.data();
         }
         if (std::memcmp(p, q, static_cast<std::size_t>(count)) == 0) {
             made[k] = p;
