@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <map>
 #include <random>
 
 #include "tests/common/testSupport.h"
@@ -82,6 +83,34 @@ inline void WriteClip(const std::string& path, const ClipHeader& h, uint32_t see
     for (int i = 0; i < h.frames; ++i)
         file += Random(Picture(h), seed + i).append(slot - size_t(Picture(h)), '\0');
     WriteFile(path, keepBytes >= 0 ? file.substr(0, size_t(keepBytes)) : file);
+}
+
+// Every entry under a directory, by its path there: a hash for a file, the
+// target for a link. Two snapshots are equal when no file changed and none
+// came or went.
+inline std::map<std::string, std::string> Snapshot(const std::string& dir)
+{
+    std::map<std::string, std::string> entries;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
+        const std::string name = entry.path().lexically_relative(dir);
+        if (entry.is_symlink())
+            entries[name] = "link to " + std::filesystem::read_symlink(entry.path()).string();
+        else if (entry.is_regular_file())
+            entries[name] = std::to_string(HashFile(entry.path()));
+        else
+            entries[name] = entry.is_directory() ? "directory" : "special file";
+    }
+    return entries;
+}
+
+// Whether a program is on the PATH; when it is not, says that the test
+// calling this is skipped.
+inline bool Missing(const std::string& tool)
+{
+    if (std::system(("command -v " + tool + " >/dev/null").c_str()) == 0)
+        return false;
+    std::printf("skipped: %s not installed\n", tool.c_str());
+    return true;
 }
 
 // The slot of frame i in a clip file's bytes; empty when the file is short.
