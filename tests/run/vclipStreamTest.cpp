@@ -83,10 +83,8 @@ bool Increasing(const std::vector<double>& values)
 
 TEST(VclipFfmpeg, StreamsDecodeAndTheConvertedFieldOrderHolds)
 {
-    if (Sh("command -v ffmpeg && command -v ffprobe").status != 0) {
-        std::printf("skipped: ffmpeg not installed\n");
+    if (Missing("ffmpeg") || Missing("ffprobe"))
         GTEST_SKIP() << "ffmpeg not installed";
-    }
     ScratchDir d;
     const std::string pal = d / "pal.clip", ntsc = d / "ntsc.clip";
     // In from FFmpeg through a pipe, with its rate and field order.
