@@ -27,14 +27,28 @@ uint32_t Number(const std::string& s, size_t at, int bytes, bool big)
 TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
 {
     ScratchDir dir;
-    const RunResult help = VclipInProcess({"--help"}), unknown = VclipInProcess({"frobnicate"});
+    const RunResult help = VclipInProcess({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out.rfind("Usage: vclip COMMAND", 0), 0u);
-    EXPECT_EQ(unknown.status, 1);
-    EXPECT_EQ(unknown.err, "vclip: unknown command 'frobnicate'; see 'vclip --help'\n");
-    EXPECT_EQ(VclipInProcess({"bars", dir / "x.clip", "--colour", "red"}).err, "vclip: unknown option --colour\n");
-    EXPECT_EQ(VclipInProcess({"bars", dir / "x.clip", "--width", "721"}).status, 1);
-    EXPECT_FALSE(std::filesystem::exists(dir / "x.clip"));
+    // Arguments refused: the message alone, and no clip made.
+    const std::string x = dir / "x.clip";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
+        {{"frobnicate"}, "unknown command 'frobnicate'; see 'vclip --help'"},
+        {{"help", "nope"}, "unknown command 'nope'; see 'vclip --help'"},
+        {{"help", "info", "bars"}, "help takes one command; see 'vclip --help'"},
+        {{"bars", x, "--colour", "red"}, "unknown option --colour"},
+        {{"bars", x, "--width", "721"}, "bad width '721' (an even number of pixels)"},
+        {{"bars", "--force=1", x}, "option --force takes no value"},
+        {{"bars", "--frames=", x}, "bad frame count ''"},
+        {{"info", "--", "--help"}, "--help: No such file or directory"},
+    };
+    for (const auto& [args, message] : refused) {
+        const RunResult r = VclipInProcess(args);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "vclip: " + message + "\n");
+    }
+    EXPECT_FALSE(std::filesystem::exists(x));
 
     const std::string clip = dir / "bars.clip";
     ASSERT_EQ(VclipInProcess({"bars", clip, "--frames", "3"}).status, 0);
@@ -51,9 +65,6 @@ TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
     // "--name=value", and "--" before an operand that looks like an option.
     EXPECT_EQ(VclipInProcess({"bars", "--frames=1", "--width=32", "--height=8", "--", clip}).status, 0);
     EXPECT_EQ(ReadFile(clip).substr(0, 44), Encoded(Header(1, 32, 8)));
-    EXPECT_EQ(VclipInProcess({"bars", "--force=1", clip}).err, "vclip: option --force takes no value\n");
-    EXPECT_EQ(VclipInProcess({"bars", "--frames=", clip}).err, "vclip: bad frame count ''\n");
-    EXPECT_EQ(VclipInProcess({"info", "--", "--help"}).err, "vclip: --help: No such file or directory\n");
 }
 
 TEST(Vclip, Y4mImportAndExportRoundTrip)
@@ -260,16 +271,6 @@ TEST(Vclip, HelpVersionAndManualPageSayTheSame)
         const std::string title = ReadFile(std::string(PAL2NTSC_SOURCE_DIR "/man/") + name);
         EXPECT_NE(title.substr(0, title.find('\n')).find("\"pal2ntsc " PAL2NTSC_VERSION "\""), std::string::npos)
             << name;
-    }
-    const std::vector<std::pair<std::vector<std::string>, std::string>> refused = {
-        {{"help", "nope"}, "vclip: unknown command 'nope'; see 'vclip --help'\n"},
-        {{"help", "info", "bars"}, "vclip: help takes one command; see 'vclip --help'\n"},
-    };
-    for (const auto& [args, message] : refused) {
-        const RunResult r = VclipInProcess(args);
-        EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, message);
     }
 }
 
