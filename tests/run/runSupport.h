@@ -73,6 +73,16 @@ inline std::string Random(int64_t bytes, uint32_t seed)
     return text;
 }
 
+// A YUV4MPEG2 stream of 4:2:2 pictures: the header line, then `frames`
+// frames, frame f holding Random(2 * width * height, seed + f).
+inline std::string Y4mStream(const std::string& header, int frames, int width, int height, uint32_t seed)
+{
+    std::string stream = header;
+    for (int f = 0; f < frames; ++f)
+        stream += "FRAME\n" + Random(int64_t{2} * width * height, seed + uint32_t(f));
+    return stream;
+}
+
 // A clip whose frame i holds Random(picture, seed + i) and zero padding;
 // keepBytes >= 0 cuts the file to that length.
 inline void WriteClip(const std::string& path, const ClipHeader& h, uint32_t seed, int64_t keepBytes = -1)

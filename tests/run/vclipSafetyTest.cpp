@@ -29,7 +29,6 @@ constexpr bool kSanitized = false;
 
 const std::string kClipMark("\0\x06\x09\xCE", 4);
 const std::string kPngMark("\x89PNG\r\n\x1A\n", 8);
-const std::string kY4mHead = "YUV4MPEG2 W16 H4 F25:1 It A0:0 C422\n";
 
 // Drops the file's clean pages from the page cache. Reading space that is
 // only reserved (as hashing a file does) leaves zero pages over it, and the
@@ -69,14 +68,6 @@ bool NeedsOwnProcess(const std::string& line)
     return line.find("@fifo") != std::string::npos || line.find("/proc/self/fd/") != std::string::npos;
 }
 
-std::string Y4m(int frames, uint32_t seed)
-{
-    std::string stream = kY4mHead;
-    for (int f = 0; f < frames; ++f)
-        stream += "FRAME\n" + Random(128, seed + f);
-    return stream;
-}
-
 // A small store: 16x4 clips (128-byte pictures in 4096-byte slots), one cut
 // short and one larger, clips whose headers claim more than the file holds,
 // files of other kinds, and links to several of them.
@@ -98,12 +89,10 @@ void MakeStore(const ScratchDir& d)
     WriteFile(d / "blocks.clip", blocks.Encode());
     WriteFile(d / "notes.txt", "notes, not a clip\n");
     chmod((d / "notes.txt").c_str(), 0640);
-    WriteFile(d / "good.y4m", Y4m(1, 4));
-    WriteFile(d / "in.y4m", Y4m(2, 6));
-    std::string wide = "YUV4MPEG2 W64 H32 C422\n";
-    for (int f = 0; f < 4; ++f)
-        wide += "FRAME\n" + Random(64 * 32 * 2, 20 + f);
-    WriteFile(d / "wide.y4m", wide);
+    const std::string head = "YUV4MPEG2 W16 H4 F25:1 It A0:0 C422\n";
+    WriteFile(d / "good.y4m", Y4mStream(head, 1, 16, 4, 4));
+    WriteFile(d / "in.y4m", Y4mStream(head, 2, 16, 4, 6));
+    WriteFile(d / "wide.y4m", Y4mStream("YUV4MPEG2 W64 H32 C422\n", 4, 64, 32, 20));
     WriteFile(d / "side.y4m", "YUV4MPEG2 W16384 H16384 C422\n");
     WriteFile(d / "side1.y4m", "YUV4MPEG2 W16384 H16384 C422\nFRAME\n" + std::string(1000, '\x10'));
     WriteFile(d / "good.png", kPngMark + "rest of a picture");

@@ -70,9 +70,7 @@ TEST(Vclip, ArgumentsBarsInfoAndWhatItWritesOver)
 TEST(Vclip, Y4mImportAndExportRoundTrip)
 {
     // 16x4 C422: a Y plane of 64 bytes, Cb and Cr planes of 32 each.
-    std::string stream = "YUV4MPEG2 W16 H4 F30000:1001 It A0:0 C422\n";
-    for (int f = 0; f < 3; ++f)
-        stream += "FRAME\n" + Random(128, 40 + f);
+    const std::string stream = Y4mStream("YUV4MPEG2 W16 H4 F30000:1001 It A0:0 C422\n", 3, 16, 4, 40);
     ScratchDir dir;
     const std::string in = dir / "in.y4m", clip = dir / "y.clip", out = dir / "out.y4m";
     WriteFile(in, stream);
