@@ -77,9 +77,6 @@ struct Taps {
 };
 const Taps taps;
 
-// Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths into
-// out (and up to samplingOverrun past x1): the columns a vertical pass
-// leaves in `column`, then a horizontal one.
 // Line y of a plane moved by (fromX, fromY) 64ths where both are whole
 // pixels: the plane's own samples, from x = 0; null where they are not.
 const uint8_t* wholeLine(const Plane& plane, int y, int fromX, int fromY)
@@ -89,6 +86,9 @@ const uint8_t* wholeLine(const Plane& plane, int y, int fromX, int fromY)
     return plane.row(y + (fromY >> subpixelBits)) + (fromX >> subpixelBits);
 }
 
+// Samples [x0, x1) of line y of a plane moved by (fromX, fromY) 64ths into
+// out (and up to samplingOverrun past x1): the columns a vertical pass
+// leaves in `column`, then a horizontal one.
 void sampleRun(const FieldRateKernels& kernels, const Plane& plane, int y, int x0, int x1, int fromX, int fromY,
                int16_t* column, uint8_t* out)
 {
